@@ -1,0 +1,5 @@
+#include "filenotexistexception.h"
+
+FileNotExistException::FileNotExistException(const QString &fileName)
+    : FileException(fileName, QString())
+{}
