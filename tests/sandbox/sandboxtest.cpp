@@ -1,0 +1,583 @@
+// Runs zql-sandbox (and the library) on this machine and checks that nothing reaches the real
+// root. Must itself run outside any sandbox, as root.
+#include "sandbox.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+#include <csignal>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+namespace {
+
+struct Outcome
+{
+    int exitCode = -1;
+    bool crashed = false;
+    QByteArray out;
+    QByteArray err;
+};
+
+const QString Binary = QStringLiteral(ZQL_SANDBOX_BINARY);
+const QString RealFile = QStringLiteral("/etc/debian_version"); // a plain file on the root fs
+
+// Scripts write to /etc: should the sandbox ever run them on the real root, they stop first
+// (status 99) unless they are in another mount namespace whose root is an overlay.
+const QString Guard =
+    QStringLiteral("[ \"$ZQL_SANDBOX\" = 1 ] && [ -n \"$ZQL_SANDBOX_HOST_MNTNS\" ] && "
+                   "[ \"$(stat -L -c %i /proc/self/ns/mnt)\" != \"$ZQL_SANDBOX_HOST_MNTNS\" ] && "
+                   "awk '$5 == \"/\" { t = $0 } END { sub(/.* - /, \"\", t); split(t, f, \" \"); "
+                   "exit f[1] != \"overlay\" }' /proc/self/mountinfo || exit 99\n");
+
+QStringList shell(const QString &script)
+{
+    return {QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"), Guard + script};
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray("<unreadable>");
+    return file.readAll();
+}
+
+bool writeFile(const QString &path, const QByteArray &data, mode_t mode = 0644)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(data) != data.size())
+        return false;
+    file.close();
+    return ::chmod(QFile::encodeName(path).constData(), mode) == 0;
+}
+
+QStringList changeLines(const QByteArray &err)
+{
+    QStringList lines;
+    const QList<QByteArray> all = err.split('\n');
+    for (const QByteArray &line : all) {
+        if (line.size() > 2 && QByteArray("AMD").contains(line.at(0)) && line.at(1) == ' ' &&
+            line.at(2) == '/')
+            lines << QString::fromLocal8Bit(line);
+    }
+    return lines;
+}
+
+ino_t mountNamespace()
+{
+    struct stat st;
+    return ::stat("/proc/self/ns/mnt", &st) == 0 ? st.st_ino : 0;
+}
+
+} // namespace
+
+class SandboxTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+
+    void writesStayInside();
+    void layerIsVisible();
+    void laterLayerWins();
+    void realFileVisibleAndUnchanged();
+    void changesAreListed();
+    void changesWithoutLayers();
+    void rootIsOverlayInOtherNamespace();
+    void tmpIsPrivate();
+    void missingLayerFailsClosed();
+    void failureInsideNamespaceFailsClosed();
+    void nonRootIsRefused();
+    void exitStatusPassesThrough();
+    void commandNotFound();
+    void usageErrors();
+    void keepDirHoldsUpperLayer();
+    void keepDirMustBeEmpty();
+    void leftoverProcessesEnd();
+    void terminationEndsEverything();
+    void workingDirectory();
+    void sharedDirectory();
+    void libraryApi();
+
+private:
+    Outcome run(const QStringList &args, const QString &workingDir = QString(),
+                const QString &program = QString());
+    QString name(const char *what) const;
+
+    QString m_tag;
+};
+
+void SandboxTest::initTestCase()
+{
+    QVERIFY2(::geteuid() == 0, "zql-sandbox needs root: run the suite as root");
+    QVERIFY2(qEnvironmentVariableIsEmpty("ZQL_SANDBOX"),
+             "must run outside a sandbox: it checks the real root");
+    QVERIFY2(QFile::exists(Binary), qPrintable(Binary));
+    m_tag = QStringLiteral("zsbt-%1-%2")
+                .arg(QCoreApplication::applicationPid())
+                .arg(QRandomGenerator::global()->generate() % 1000000);
+}
+
+QString SandboxTest::name(const char *what) const
+{
+    return QStringLiteral("/etc/%1-%2").arg(m_tag, QLatin1String(what));
+}
+
+Outcome SandboxTest::run(const QStringList &args, const QString &workingDir, const QString &program)
+{
+    QProcess process;
+    if (program.isEmpty()) {
+        process.setProgram(Binary);
+        process.setArguments(args);
+    } else {
+        process.setProgram(program);
+        process.setArguments(args);
+    }
+    if (!workingDir.isEmpty())
+        process.setWorkingDirectory(workingDir);
+    process.start();
+    Outcome outcome;
+    if (!process.waitForStarted(10000) || !process.waitForFinished(60000)) {
+        process.kill();
+        process.waitForFinished();
+        outcome.crashed = true;
+        return outcome;
+    }
+    outcome.crashed = process.exitStatus() != QProcess::NormalExit;
+    outcome.exitCode = process.exitCode();
+    outcome.out = process.readAllStandardOutput();
+    outcome.err = process.readAllStandardError();
+    return outcome;
+}
+
+void SandboxTest::writesStayInside()
+{
+    const QString path = name("written");
+    QVERIFY(!QFile::exists(path));
+    const Outcome o = run(shell(QStringLiteral("echo inside > %1 && cat %1").arg(path)));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, QByteArray("inside\n"));
+    QVERIFY(!QFile::exists(path));
+}
+
+void SandboxTest::layerIsVisible()
+{
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    QVERIFY(writeFile(layer.path() + name("layered"), "from the layer\n"));
+    const Outcome o = run({QStringLiteral("--layer"), layer.path(), QStringLiteral("--"),
+                           QStringLiteral("cat"), name("layered")});
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, QByteArray("from the layer\n"));
+    QVERIFY(!QFile::exists(name("layered")));
+}
+
+void SandboxTest::laterLayerWins()
+{
+    QTemporaryDir lower, upper;
+    QVERIFY(lower.isValid() && upper.isValid());
+    QVERIFY(writeFile(lower.path() + name("both"), "lower\n"));
+    QVERIFY(writeFile(lower.path() + name("loweronly"), "only lower\n"));
+    QVERIFY(writeFile(upper.path() + name("both"), "upper\n"));
+    const Outcome o =
+        run({QStringLiteral("--layer"), lower.path(), QStringLiteral("--layer=") + upper.path(),
+             QStringLiteral("--"), QStringLiteral("cat"), name("both"), name("loweronly")});
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, QByteArray("upper\nonly lower\n"));
+}
+
+void SandboxTest::realFileVisibleAndUnchanged()
+{
+    const QByteArray before = readAll(RealFile);
+    QVERIFY(!before.isEmpty());
+    const Outcome o =
+        run(shell(QStringLiteral("cat %1 && echo changed >> %1 && tail -n 1 %1").arg(RealFile)));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, before + "changed\n");
+    QCOMPARE(readAll(RealFile), before);
+}
+
+void SandboxTest::changesAreListed()
+{
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    const QString l = layer.path();
+    QVERIFY(writeFile(l + name("gone"), "gone\n"));
+    QVERIFY(writeFile(l + name("append"), "append\n"));
+    QVERIFY(writeFile(l + name("touched"), "touched\n"));
+    QVERIFY(writeFile(l + name("same"), "same\n"));
+    QVERIFY(writeFile(l + name("mode"), "mode\n"));
+    QVERIFY(writeFile(l + name("modesame"), "modesame\n"));
+    QVERIFY(writeFile(l + name("dir") + QStringLiteral("/a"), "old a\n"));
+    QVERIFY(writeFile(l + name("dir") + QStringLiteral("/b"), "b\n"));
+    const QByteArray layerAppend = readAll(l + name("append"));
+
+    const QString script =
+        QStringLiteral("set -e\n"
+                       "echo x > %1\n"
+                       "rm %2\n"
+                       "echo y >> %3\n"
+                       "touch %4\n"
+                       "cat %5 > /tmp/same; cat /tmp/same > %5\n"
+                       "chmod 600 %6\n"
+                       "chmod 644 %7\n"
+                       "mkdir %8\n"
+                       "mkdir -p %9/sub; echo z > %9/sub/f\n")
+            .arg(name("new"), name("gone"), name("append"), name("touched"), name("same"),
+                 name("mode"), name("modesame"), name("emptydir"), name("newdir")) +
+        QStringLiteral("rm -rf %1; mkdir %1; echo new > %1/a\n"
+                       "echo >> %2\n"
+                       "ln -s %2 %3\n"
+                       "echo tmp > /tmp/%4\n")
+            .arg(name("dir"), RealFile, name("link"), m_tag);
+    const Outcome o =
+        run(QStringList{QStringLiteral("--layer"), l, QStringLiteral("--changes")} + shell(script));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+
+    QStringList expected{
+        QStringLiteral("M ") + RealFile,
+        QStringLiteral("A ") + name("new"),
+        QStringLiteral("D ") + name("gone"),
+        QStringLiteral("M ") + name("append"),
+        QStringLiteral("M ") + name("mode"),
+        QStringLiteral("A ") + name("emptydir"),
+        QStringLiteral("A ") + name("newdir") + QStringLiteral("/sub/f"),
+        QStringLiteral("M ") + name("dir") + QStringLiteral("/a"),
+        QStringLiteral("D ") + name("dir") + QStringLiteral("/b"),
+        QStringLiteral("A ") + name("link"),
+    };
+    // Sorted by path, byte by byte.
+    std::sort(expected.begin(), expected.end(), [](const QString &a, const QString &b) {
+        return a.mid(2).toUtf8() < b.mid(2).toUtf8();
+    });
+    QCOMPARE(changeLines(o.err), expected);
+    // Only the change lines go to standard error.
+    QCOMPARE(o.err, (expected.join(QLatin1Char('\n')) + QLatin1Char('\n')).toUtf8());
+    // The layer itself is never changed.
+    QCOMPARE(readAll(l + name("append")), layerAppend);
+    QVERIFY(QFile::exists(l + name("gone")));
+}
+
+void SandboxTest::changesWithoutLayers()
+{
+    const Outcome quiet = run(QStringList{QStringLiteral("--changes")} +
+                              shell(QStringLiteral("touch %1").arg(RealFile)));
+    QVERIFY2(!quiet.crashed && quiet.exitCode == 0, quiet.err.constData());
+    QCOMPARE(changeLines(quiet.err), QStringList());
+
+    const Outcome o = run(QStringList{QStringLiteral("--changes")} +
+                          shell(QStringLiteral("rm %1; echo n > %2").arg(RealFile, name("n"))));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(changeLines(o.err),
+             (QStringList{QStringLiteral("D ") + RealFile, QStringLiteral("A ") + name("n")}));
+    QVERIFY(QFile::exists(RealFile));
+}
+
+void SandboxTest::rootIsOverlayInOtherNamespace()
+{
+    const Outcome o = run(shell(QStringLiteral("cat /proc/self/mountinfo;"
+                                               "echo \"SB=$ZQL_SANDBOX\";"
+                                               "echo \"HOSTNS=$ZQL_SANDBOX_HOST_MNTNS\";"
+                                               "echo \"NS=$(stat -L -c %i /proc/self/ns/mnt)\"")));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QByteArray rootType, sb, hostNs, ns;
+    const QList<QByteArray> lines = o.out.split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.startsWith("SB=")) {
+            sb = line.mid(3);
+        } else if (line.startsWith("HOSTNS=")) {
+            hostNs = line.mid(7);
+        } else if (line.startsWith("NS=")) {
+            ns = line.mid(3);
+        } else {
+            const QList<QByteArray> fields = line.split(' ');
+            const int dash = fields.indexOf("-");
+            if (fields.size() > 4 && fields.at(4) == "/" && dash > 0 && dash + 1 < fields.size())
+                rootType = fields.at(dash + 1);
+        }
+    }
+    QCOMPARE(rootType, QByteArray("overlay"));
+    QCOMPARE(sb, QByteArray("1"));
+    QCOMPARE(hostNs, QByteArray::number(quint64(mountNamespace())));
+    QVERIFY(!ns.isEmpty());
+    QVERIFY(ns != hostNs);
+}
+
+void SandboxTest::tmpIsPrivate()
+{
+    QTemporaryDir here;
+    QVERIFY(here.isValid());
+    const Outcome o = run(shell(
+        QStringLiteral("test ! -e %1 && ls -A /tmp && echo x > /tmp/%2").arg(here.path(), m_tag)));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, QByteArray());
+    QVERIFY(!QFile::exists(QStringLiteral("/tmp/") + m_tag));
+}
+
+void SandboxTest::missingLayerFailsClosed()
+{
+    const QString missing = QStringLiteral("/nonexistent-") + m_tag;
+    const Outcome o = run({QStringLiteral("--layer"), missing, QStringLiteral("--"),
+                           QStringLiteral("echo"), QStringLiteral("RAN")});
+    QVERIFY(!o.crashed);
+    QCOMPARE(o.exitCode, 125);
+    QVERIFY(!o.out.contains("RAN"));
+    QVERIFY2(o.err.startsWith("zql-sandbox: layer " + missing.toUtf8()), o.err.constData());
+}
+
+void SandboxTest::failureInsideNamespaceFailsClosed()
+{
+    // A layer that does not fit on the tmpfs: cp fails inside the new namespace.
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    QVERIFY(writeFile(layer.path() + QStringLiteral("/big"), QByteArray(1 << 20, 'x')));
+    const QString marker = name("ran");
+    const Outcome o = run(QStringList{QStringLiteral("--tmpfs-size"), QStringLiteral("16k"),
+                                      QStringLiteral("--layer"), layer.path()} +
+                          shell(QStringLiteral("echo RAN; touch %1").arg(marker)));
+    QVERIFY(!o.crashed);
+    QCOMPARE(o.exitCode, 125);
+    QVERIFY(!o.out.contains("RAN"));
+    QVERIFY2(o.err.contains("zql-sandbox: copy layer " + layer.path().toUtf8()), o.err.constData());
+    QVERIFY(!QFile::exists(marker));
+
+    const Outcome bad = run({QStringLiteral("--tmpfs-size"), QStringLiteral("2g,uid=5"),
+                             QStringLiteral("--"), QStringLiteral("echo"), QStringLiteral("RAN")});
+    QCOMPARE(bad.exitCode, 125);
+    QVERIFY(!bad.out.contains("RAN"));
+    QVERIFY2(bad.err.startsWith("zql-sandbox: invalid tmpfs size"), bad.err.constData());
+}
+
+void SandboxTest::nonRootIsRefused()
+{
+    const QString setpriv = QStandardPaths::findExecutable(QStringLiteral("setpriv"));
+    QVERIFY2(!setpriv.isEmpty(), "setpriv (util-linux) not found");
+    const Outcome o = run({QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
+                           QStringLiteral("--clear-groups"), Binary, QStringLiteral("--"),
+                           QStringLiteral("echo"), QStringLiteral("RAN")},
+                          QStringLiteral("/"), setpriv);
+    QVERIFY(!o.crashed);
+    QCOMPARE(o.exitCode, 125);
+    QVERIFY(!o.out.contains("RAN"));
+    QVERIFY2(o.err.contains("must be run as root"), o.err.constData());
+}
+
+void SandboxTest::exitStatusPassesThrough()
+{
+    const struct
+    {
+        const char *script;
+        int status;
+    } cases[] = {
+        {"exit 0", 0},
+        {"exit 7", 7},
+        {"exit 125", 125},
+        {"kill -TERM $$", 128 + SIGTERM},
+        {"kill -KILL $$", 128 + SIGKILL},
+    };
+    for (const auto &c : cases) {
+        const Outcome o = run(shell(QLatin1String(c.script)));
+        QVERIFY(!o.crashed);
+        QCOMPARE(o.exitCode, c.status);
+        QCOMPARE(o.err, QByteArray()); // a command's 125 is not a sandbox failure
+    }
+}
+
+void SandboxTest::commandNotFound()
+{
+    const Outcome o = run({QStringLiteral("--"), QStringLiteral("/nonexistent/") + m_tag});
+    QVERIFY(!o.crashed);
+    QCOMPARE(o.exitCode, 127);
+    QVERIFY2(o.err.contains("cannot run"), o.err.constData());
+}
+
+void SandboxTest::usageErrors()
+{
+    const Outcome none = run({});
+    QCOMPARE(none.exitCode, 125);
+    QVERIFY(none.err.contains("Usage:"));
+
+    const Outcome onlyOptions = run({QStringLiteral("--changes"), QStringLiteral("--")});
+    QCOMPARE(onlyOptions.exitCode, 125);
+
+    const Outcome unknown =
+        run({QStringLiteral("--bogus"), QStringLiteral("echo"), QStringLiteral("RAN")});
+    QCOMPARE(unknown.exitCode, 125);
+    QVERIFY(!unknown.out.contains("RAN"));
+    QVERIFY(unknown.err.contains("unknown option --bogus"));
+
+    const Outcome noValue = run({QStringLiteral("--layer")});
+    QCOMPARE(noValue.exitCode, 125);
+
+    const Outcome help = run({QStringLiteral("--help")});
+    QCOMPARE(help.exitCode, 0);
+    QVERIFY(help.out.startsWith("Usage: zql-sandbox"));
+
+    // Options after the command belong to the command.
+    const Outcome late = run({QStringLiteral("echo"), QStringLiteral("--bogus")});
+    QCOMPARE(late.exitCode, 0);
+    QCOMPARE(late.out, QByteArray("--bogus\n"));
+}
+
+void SandboxTest::keepDirHoldsUpperLayer()
+{
+    QTemporaryDir layer, scratch;
+    QVERIFY(layer.isValid() && scratch.isValid());
+    QVERIFY(writeFile(layer.path() + name("gone"), "gone\n"));
+    const QString keep = scratch.path() + QStringLiteral("/keep");
+    const Outcome o =
+        run(QStringList{QStringLiteral("--layer"), layer.path(), QStringLiteral("--keep"), keep} +
+            shell(QStringLiteral("echo kept > %1; rm %2").arg(name("kept"), name("gone"))));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(readAll(keep + name("kept")), QByteArray("kept\n"));
+    struct stat st;
+    QCOMPARE(::lstat(QFile::encodeName(keep + name("gone")).constData(), &st), 0);
+    QVERIFY(S_ISCHR(st.st_mode) && st.st_rdev == makedev(0, 0)); // overlayfs whiteout
+    QVERIFY(!QFile::exists(name("kept")));
+}
+
+void SandboxTest::keepDirMustBeEmpty()
+{
+    QTemporaryDir keep;
+    QVERIFY(keep.isValid());
+    QVERIFY(writeFile(keep.path() + QStringLiteral("/existing"), "x\n"));
+    const Outcome o = run({QStringLiteral("--keep"), keep.path(), QStringLiteral("--"),
+                           QStringLiteral("echo"), QStringLiteral("RAN")});
+    QCOMPARE(o.exitCode, 125);
+    QVERIFY(!o.out.contains("RAN"));
+    QVERIFY2(o.err.startsWith("zql-sandbox: keep directory"), o.err.constData());
+}
+
+void SandboxTest::leftoverProcessesEnd()
+{
+    // A unique duration marks the background process in /proc.
+    const QByteArray duration =
+        QByteArray::number(40 + QRandomGenerator::global()->bounded(1000)) + ".5";
+    QElapsedTimer timer;
+    timer.start();
+    const Outcome o =
+        run(shell(QStringLiteral("sleep %1 & echo started").arg(QString::fromLatin1(duration))));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, QByteArray("started\n"));
+    QVERIFY2(timer.elapsed() < 20000, "the background process kept the sandbox alive");
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        const QByteArray cmdline = readAll(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        QVERIFY2(cmdline != QByteArray("sleep\0", 6) + duration + '\0',
+                 "the background process survived");
+    }
+}
+
+void SandboxTest::terminationEndsEverything()
+{
+    const QByteArray duration =
+        QByteArray::number(40 + QRandomGenerator::global()->bounded(1000)) + ".75";
+    QProcess process;
+    process.setProgram(Binary);
+    process.setArguments(shell(
+        QStringLiteral("sleep %1 & echo started; sleep %1").arg(QString::fromLatin1(duration))));
+    process.start();
+    QVERIFY(process.waitForStarted(10000));
+    QVERIFY(process.waitForReadyRead(10000));
+    QElapsedTimer timer;
+    timer.start();
+    process.terminate(); // SIGTERM
+    QVERIFY(process.waitForFinished(20000));
+    QVERIFY(timer.elapsed() < 10000);
+    QCOMPARE(process.exitStatus(), QProcess::CrashExit); // ended by the same signal
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        const QByteArray cmdline = readAll(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        QVERIFY2(cmdline != QByteArray("sleep\0", 6) + duration + '\0',
+                 "a process of the command survived");
+    }
+}
+
+void SandboxTest::workingDirectory()
+{
+    const Outcome etc = run({QStringLiteral("pwd")}, QStringLiteral("/etc"));
+    QCOMPARE(etc.exitCode, 0);
+    QCOMPARE(etc.out, QByteArray("/etc\n"));
+
+    // Host /tmp is hidden by the sandbox's own /tmp: fall back to "/".
+    QTemporaryDir here;
+    QVERIFY(here.isValid());
+    const Outcome hidden = run({QStringLiteral("pwd")}, here.path());
+    QCOMPARE(hidden.exitCode, 0);
+    QCOMPARE(hidden.out, QByteArray("/\n"));
+}
+
+void SandboxTest::sharedDirectory()
+{
+    // A host directory under /tmp, which the sandbox's fresh /tmp would hide, shown
+    // copy-on-write: readable and writable inside, unchanged outside.
+    QTemporaryDir shared;
+    QVERIFY(shared.isValid());
+    QVERIFY(writeFile(shared.path() + QStringLiteral("/data"), "shared\n"));
+    const Outcome o =
+        run({QStringLiteral("--share"), shared.path(), QStringLiteral("--changes"),
+             QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"),
+             QStringLiteral("cat %1/data; echo x > %1/data; echo y > %1/new; cat %1/data; pwd")
+                 .arg(shared.path())},
+            shared.path());
+    QCOMPARE(o.exitCode, 0);
+    QCOMPARE(o.out, "shared\nx\n" + shared.path().toUtf8() + '\n');
+    QCOMPARE(o.err, QByteArray()); // writes to a share are not changes of the root
+    QCOMPARE(readAll(shared.path() + QStringLiteral("/data")), QByteArray("shared\n"));
+    QVERIFY(!QFile::exists(shared.path() + QStringLiteral("/new")));
+
+    const QString missing = QStringLiteral("/nonexistent-") + m_tag;
+    const Outcome bad = run({QStringLiteral("--share"), missing, QStringLiteral("--"),
+                             QStringLiteral("echo"), QStringLiteral("RAN")});
+    QCOMPARE(bad.exitCode, 125);
+    QVERIFY(!bad.out.contains("RAN"));
+    QVERIFY2(bad.err.startsWith("zql-sandbox: shared directory " + missing.toUtf8()),
+             bad.err.constData());
+}
+
+void SandboxTest::libraryApi()
+{
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    QVERIFY(writeFile(layer.path() + name("api"), "api\n"));
+
+    ZqlSandbox::Sandbox sandbox;
+    sandbox.addLayer(layer.path().toStdString());
+    QCOMPARE(sandbox.tmpfsSize(), std::string("2g"));
+    const std::string added = name("apiadded").toStdString();
+    const int status = sandbox.run({"sh", "-c",
+                                    Guard.toStdString() + "echo a > " + added + " && rm " +
+                                        name("api").toStdString() + " && exit 3"});
+    QCOMPARE(status, 3);
+    QVERIFY(sandbox.errorString().empty());
+    QVERIFY(sandbox.commandRan());
+    // Sorted by path: ".../api" before ".../apiadded".
+    const std::vector<ZqlSandbox::Change> expected{{'D', name("api").toStdString()}, {'A', added}};
+    QVERIFY(sandbox.changes() == expected);
+    QVERIFY(!QFile::exists(name("apiadded")));
+
+    ZqlSandbox::Sandbox broken;
+    broken.addLayer("/nonexistent-" + m_tag.toStdString());
+    QCOMPARE(broken.run({"true"}), ZqlSandbox::Sandbox::ExitSetupFailed);
+    QVERIFY(!broken.commandRan());
+    QVERIFY(broken.changes().empty());
+    QVERIFY(broken.errorString().rfind("zql-sandbox: layer ", 0) == 0);
+
+    ZqlSandbox::Sandbox empty;
+    QCOMPARE(empty.run({}), ZqlSandbox::Sandbox::ExitSetupFailed);
+    QVERIFY(!empty.errorString().empty());
+}
+
+QTEST_GUILESS_MAIN(SandboxTest)
+#include "sandboxtest.moc"
