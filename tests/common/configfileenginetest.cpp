@@ -1,0 +1,467 @@
+#include "outputcapture.h"
+#include "systemfixture.h"
+#include "testmain.h"
+
+#include <zql-modules/modules.h>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+// A handler that records what it is offered and replaces matched lines by a fixed text (or
+// leaves them whole when it has none), appending a fixed tail at the end.
+class RecordingHandler : public RegExpHandler
+{
+public:
+    RecordingHandler(const QString &pattern, const QByteArray &replacement = {},
+                     const QByteArray &tail = {})
+        : RegExpHandler(pattern)
+        , m_replacement(replacement)
+        , m_tail(tail)
+    {}
+
+    bool handleLine(QByteArray *line) override
+    {
+        captures << regExp().cap(1);
+        if (!line)
+            return false;
+        offered << *line;
+        if (m_replacement.isNull())
+            return false;
+        *line = m_replacement;
+        return true;
+    }
+
+    bool appendMissing(QByteArray *tail) override
+    {
+        if (m_tail.isNull())
+            return false;
+        *tail = m_tail;
+        return true;
+    }
+
+    QList<QByteArray> offered;
+    QStringList captures;
+
+private:
+    QByteArray m_replacement;
+    QByteArray m_tail;
+};
+
+// Which of the target, its ".tmp" and its ".bak" exist, and what they hold.
+struct Survivors
+{
+    explicit Survivors(const QString &path)
+        : target(ZqlTest::readBytes(path))
+        , temporary(ZqlTest::readBytes(path + QStringLiteral(".tmp")))
+        , backup(ZqlTest::readBytes(path + QStringLiteral(".bak")))
+    {}
+    QByteArray target;
+    QByteArray temporary;
+    QByteArray backup;
+};
+
+// The tool as QProcess runs it: its messages start with the path found on the search path.
+const QString CopyTool = QStandardPaths::findExecutable(QStringLiteral("cp"));
+
+const QByteArray OldContent = "# policy\nkey = 1   # the old value\nother = 2\n";
+const QByteArray NewContent = "# policy\nkey = 2\t# the old value\nother = 2\n";
+} // namespace
+
+class ConfigFileEngineTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void rewrite_data();
+    void rewrite();
+    void readOffersMatchingLinesOnly();
+    void readMissingFile();
+    void readDirectory();
+    void rewriteMissingFileCreatesNothing();
+    void messagesAppendToEarlierText();
+    void rewriteKeepsModeAndOwner();
+    void backupReplacesOldBackup();
+    void noBackupLeavesOldBackupAlone();
+    void failedTemporaryCopy();
+    void missingCopyTool();
+    void failedTemporaryOpen();
+    void fullDiskLeavesTargetUntouched();
+    void failedBackup();
+    void failedFinalCopy();
+    void failedTemporaryRemoval();
+    void copyFileMissingSource();
+    void copyFileKeepsSourceModeAndOwner();
+
+private:
+    QString m_dir;
+    QString m_path;
+    QStringList m_mounts;
+    QTemporaryDir *m_temporaryDir = nullptr;
+    void mountOrFail(bool ok, const QString &mountPoint, const QString &error);
+};
+
+void ConfigFileEngineTest::init()
+{
+    // Each test gets a fresh directory of the sandbox's own /etc, so the paths look like the
+    // real ones and nothing leaks between tests.
+    m_temporaryDir = new QTemporaryDir(QStringLiteral("/etc/zql-engine-test-XXXXXX"));
+    QVERIFY(m_temporaryDir->isValid());
+    m_dir = m_temporaryDir->path();
+    m_path = m_dir + QStringLiteral("/policy.conf");
+}
+
+void ConfigFileEngineTest::cleanup()
+{
+    QString error;
+    while (!m_mounts.isEmpty())
+        ZqlTest::unmount(m_mounts.takeLast(), &error);
+    delete m_temporaryDir;
+    m_temporaryDir = nullptr;
+}
+
+void ConfigFileEngineTest::mountOrFail(bool ok, const QString &mountPoint, const QString &error)
+{
+    QVERIFY2(ok, qPrintable(error));
+    m_mounts << mountPoint;
+}
+
+void ConfigFileEngineTest::rewrite_data()
+{
+    QTest::addColumn<QByteArray>("before");
+    QTest::addColumn<QString>("pattern");
+    QTest::addColumn<QByteArray>("replacement");
+    QTest::addColumn<QByteArray>("tail");
+    QTest::addColumn<QByteArray>("after");
+    QTest::addColumn<QList<QByteArray>>("offered");
+
+    const QString key = QStringLiteral("^key\\s*=");
+    QTest::newRow("blank and comment-only lines are copied and never offered")
+        << QByteArray("# key = 0\n\n   \n\t# key = 0 again\n  #key\nkey = 1\n") << key
+        << QByteArray("key = 2") << QByteArray()
+        << QByteArray("# key = 0\n\n   \n\t# key = 0 again\n  #key\nkey = 2\n")
+        << QList<QByteArray>{"key = 1\n"};
+    QTest::newRow("replaced line keeps its comment after one tab")
+        << QByteArray("key = 1   #  the comment  \n") << key << QByteArray("key = 2")
+        << QByteArray() << QByteArray("key = 2\t#  the comment\n")
+        << QList<QByteArray>{"key = 1   #  the comment  \n"};
+    QTest::newRow("replaced line without comment")
+        << QByteArray("key = 1\n") << key << QByteArray("key = 2") << QByteArray()
+        << QByteArray("key = 2\n") << QList<QByteArray>{"key = 1\n"};
+    QTest::newRow("a lone hash is a comment too")
+        << QByteArray("key = 1 #\n") << key << QByteArray("key = 2") << QByteArray()
+        << QByteArray("key = 2\t#\n") << QList<QByteArray>{"key = 1 #\n"};
+    QTest::newRow("hash inside a value starts the comment")
+        << QByteArray("key = a#b\n") << QStringLiteral("^key = a$") << QByteArray("key = c")
+        << QByteArray() << QByteArray("key = c\t#b\n") << QList<QByteArray>{"key = a#b\n"};
+    QTest::newRow("last line without line break gets one when replaced")
+        << QByteArray("a = 0\nkey = 1") << key << QByteArray("key = 2") << QByteArray()
+        << QByteArray("a = 0\nkey = 2\n") << QList<QByteArray>{"key = 1"};
+    QTest::newRow("handler that keeps lines leaves the bytes alone")
+        << QByteArray("key = 1  # c\r\nkey=3\nkey = 4") << key << QByteArray() << QByteArray()
+        << QByteArray("key = 1  # c\r\nkey=3\nkey = 4")
+        << QList<QByteArray>{"key = 1  # c\r\n", "key=3\n", "key = 4"};
+    QTest::newRow("pattern searches the whole content, unanchored")
+        << QByteArray("  prefix key=1 suffix  \n") << QStringLiteral("key=1") << QByteArray("new")
+        << QByteArray() << QByteArray("new\n") << QList<QByteArray>{"  prefix key=1 suffix  \n"};
+    QTest::newRow("matching is case-sensitive")
+        << QByteArray("KEY = 1\n") << key << QByteArray("key = 2") << QByteArray()
+        << QByteArray("KEY = 1\n") << QList<QByteArray>();
+    QTest::newRow("empty file gets only what is missing")
+        << QByteArray() << key << QByteArray("key = 2") << QByteArray("key = 9\n")
+        << QByteArray("key = 9\n") << QList<QByteArray>();
+    QTest::newRow("missing lines are appended after the last line as given")
+        << QByteArray("a = 1") << key << QByteArray("key = 2") << QByteArray("key = 9")
+        << QByteArray("a = 1key = 9") << QList<QByteArray>();
+    QTest::newRow("non-ASCII comment survives")
+        << QByteArray("key = 1 # \xd0\xba\xd0\xbb\xd1\x8e\xd1\x87\n") << key
+        << QByteArray("key = 2") << QByteArray()
+        << QByteArray("key = 2\t# \xd0\xba\xd0\xbb\xd1\x8e\xd1\x87\n")
+        << QList<QByteArray>{"key = 1 # \xd0\xba\xd0\xbb\xd1\x8e\xd1\x87\n"};
+}
+
+void ConfigFileEngineTest::rewrite()
+{
+    QFETCH(QByteArray, before);
+    QFETCH(QString, pattern);
+    QFETCH(QByteArray, replacement);
+    QFETCH(QByteArray, tail);
+    QFETCH(QByteArray, after);
+    QFETCH(QList<QByteArray>, offered);
+
+    QVERIFY(ZqlTest::writeBytes(m_path, before));
+    RecordingHandler handler(pattern, replacement, tail);
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QString());
+    QCOMPARE(handler.offered, offered);
+
+    const Survivors files(m_path);
+    QCOMPARE(files.target, after);
+    QCOMPARE(files.backup, before);
+    QVERIFY2(files.temporary.isNull(), "the temporary file was left behind");
+}
+
+void ConfigFileEngineTest::readOffersMatchingLinesOnly()
+{
+    const QByteArray content = "# key = 0\nkey = 1 # one\n\nother = 5\n  key =   7\n#key = 8\n";
+    QVERIFY(ZqlTest::writeBytes(m_path, content));
+    RecordingHandler handler(QStringLiteral("^key\\s*=\\s*(\\S+)"));
+    QString errors;
+    QVERIFY(readFileWithHandler(m_path, handler, errors));
+    QCOMPARE(errors, QString());
+    QCOMPARE(handler.captures, (QStringList{QStringLiteral("1"), QStringLiteral("7")}));
+    QVERIFY(handler.offered.isEmpty()); // reading offers a null line
+    QCOMPARE(ZqlTest::readBytes(m_path), content);
+    QVERIFY(!QFileInfo::exists(m_path + QStringLiteral(".tmp")));
+}
+
+void ConfigFileEngineTest::readMissingFile()
+{
+    RecordingHandler handler(QStringLiteral("key"));
+    QString errors;
+    QVERIFY(!readFileWithHandler(m_path, handler, errors));
+    QCOMPARE(errors, QStringLiteral("\"%1\" not exists").arg(m_path));
+    QVERIFY(handler.captures.isEmpty());
+}
+
+void ConfigFileEngineTest::readDirectory()
+{
+    // Something that exists but cannot be opened as a file.
+    QVERIFY(QDir().mkdir(m_path));
+    RecordingHandler handler(QStringLiteral("key"));
+    QString errors;
+    QVERIFY(!readFileWithHandler(m_path, handler, errors));
+    QCOMPARE(errors, QStringLiteral("\"%1\" error 5\nfile to open is a directory").arg(m_path));
+}
+
+void ConfigFileEngineTest::rewriteMissingFileCreatesNothing()
+{
+    RecordingHandler handler(QStringLiteral("key"), "key = 2", "key = 2\n");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("\"%1\" not exists").arg(m_path));
+    QCOMPARE(QDir(m_dir).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+             QStringList());
+}
+
+void ConfigFileEngineTest::messagesAppendToEarlierText()
+{
+    RecordingHandler handler(QStringLiteral("key"));
+    QString errors = QStringLiteral("earlier");
+    QVERIFY(!readFileWithHandler(m_path, handler, errors));
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, false));
+    QCOMPARE(errors, QStringLiteral("earlier\n\"%1\" not exists\n\"%1\" not exists").arg(m_path));
+}
+
+void ConfigFileEngineTest::rewriteKeepsModeAndOwner()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(::chmod(QFile::encodeName(m_path).constData(), 0640) == 0);
+    QVERIFY(::chown(QFile::encodeName(m_path).constData(), 1, 42) == 0);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    QCOMPARE(errors, QString());
+    QCOMPARE(ZqlTest::readBytes(m_path), NewContent);
+    struct stat info = {};
+    QCOMPARE(::stat(QFile::encodeName(m_path).constData(), &info), 0);
+    QCOMPARE(info.st_mode & 07777, 0640u);
+    QCOMPARE(info.st_uid, 1u);
+    QCOMPARE(info.st_gid, 42u);
+    QVERIFY(!QFileInfo::exists(m_path + QStringLiteral(".bak")));
+}
+
+void ConfigFileEngineTest::backupReplacesOldBackup()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(ZqlTest::writeBytes(m_path + QStringLiteral(".bak"), "stale backup\n"));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, true));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, NewContent);
+    QCOMPARE(files.backup, OldContent);
+    QVERIFY(files.temporary.isNull());
+}
+
+void ConfigFileEngineTest::noBackupLeavesOldBackupAlone()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(ZqlTest::writeBytes(m_path + QStringLiteral(".bak"), "stale backup\n"));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, NewContent);
+    QCOMPARE(files.backup, QByteArray("stale backup\n"));
+    QVERIFY(files.temporary.isNull());
+}
+
+void ConfigFileEngineTest::failedTemporaryCopy()
+{
+    // A read-only directory: the temporary copy cannot be created.
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QString error;
+    mountOrFail(ZqlTest::bindReadOnly(m_dir, &error), m_dir, error);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %1.tmp\". "
+                                    "Exit code: 1.\n\"%2: cannot create regular file '%1.tmp': "
+                                    "Read-only file system\n\"")
+                         .arg(m_path, CopyTool));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, OldContent);
+    QVERIFY(files.temporary.isNull());
+    QVERIFY(files.backup.isNull());
+}
+
+void ConfigFileEngineTest::missingCopyTool()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", "/nonexistent");
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    const bool result = rewriteFileWithHandler(m_path, handler, errors, true);
+    qputenv("PATH", path);
+    QVERIFY(!result);
+    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %1.tmp\". "
+                                    "Error: execvp: No such file or directory.\n\"Not started\"")
+                         .arg(m_path));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, OldContent);
+    QVERIFY(files.temporary.isNull());
+    QVERIFY(files.backup.isNull());
+}
+
+void ConfigFileEngineTest::failedTemporaryOpen()
+{
+    // A directory in the way of the temporary file: cp copies into it, the open then fails.
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(QDir().mkdir(m_path + QStringLiteral(".tmp")));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 5\nIs a directory").arg(m_path));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, OldContent);
+    QVERIFY(QFileInfo(m_path + QStringLiteral(".tmp")).isDir());
+    QVERIFY(files.backup.isNull());
+}
+
+void ConfigFileEngineTest::fullDiskLeavesTargetUntouched()
+{
+    // Two pages of space: the target and its first temporary copy fill them, the longer new
+    // content does not fit.
+    QString error;
+    mountOrFail(ZqlTest::mountTmpfs(m_dir, QStringLiteral("size=8k"), &error), m_dir, error);
+    const QByteArray old = "key = 1\n" + QByteArray(3000, 'x') + '\n';
+    QVERIFY(ZqlTest::writeBytes(m_path, old));
+    RecordingHandler handler(QStringLiteral("^key"), "key = " + QByteArray(6000, '2'));
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 4\nNo space left on device").arg(m_path));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, old);
+    QVERIFY(!files.temporary.isNull()); // the partial temporary copy stays
+    QVERIFY(files.backup.isNull());
+}
+
+void ConfigFileEngineTest::failedBackup()
+{
+    // A directory named like the backup can neither be removed nor overwritten by a copy.
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    const QString backup = m_path + QStringLiteral(".bak");
+    QVERIFY(QDir().mkpath(backup + QStringLiteral("/inside")));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("\"%1\" error 14\nDestination file exists").arg(m_path));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, OldContent);
+    QCOMPARE(files.temporary, NewContent);
+    QVERIFY(QFileInfo(backup + QStringLiteral("/inside")).isDir());
+}
+
+void ConfigFileEngineTest::failedFinalCopy()
+{
+    // A read-only target file: the backup and the temporary copy are written beside it, the
+    // final copy over it fails.
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QString error;
+    mountOrFail(ZqlTest::bindReadOnly(m_path, &error), m_path, error);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1.tmp %1\". "
+                                    "Exit code: 1.\n\"%2: cannot remove '%1': "
+                                    "Device or resource busy\n\"")
+                         .arg(m_path, CopyTool));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, OldContent);
+    QCOMPARE(files.temporary, NewContent);
+    QCOMPARE(files.backup, OldContent);
+}
+
+void ConfigFileEngineTest::failedTemporaryRemoval()
+{
+    // The temporary name is a mount point: it can be written, but not removed.
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    const QString temporary = m_path + QStringLiteral(".tmp");
+    const QString scratch = m_dir + QStringLiteral("/scratch");
+    QVERIFY(ZqlTest::writeBytes(temporary, ""));
+    QVERIFY(ZqlTest::writeBytes(scratch, ""));
+    QString error;
+    mountOrFail(ZqlTest::bindOver(scratch, temporary, &error), temporary, error);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 9\nDevice or resource busy").arg(m_path));
+    const Survivors files(m_path);
+    QCOMPARE(files.target, NewContent);
+    QCOMPARE(files.temporary, NewContent);
+    QCOMPARE(files.backup, OldContent);
+}
+
+void ConfigFileEngineTest::copyFileMissingSource()
+{
+    const QString source = m_dir + QStringLiteral("/missing");
+    QString errors;
+    QVERIFY(!copyFile(source, m_path, errors));
+    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %2\". "
+                                    "Exit code: 1.\n\"%3: cannot stat '%1': No such file or "
+                                    "directory\n\"")
+                         .arg(source, m_path, CopyTool));
+    QVERIFY(!QFileInfo::exists(m_path));
+}
+
+void ConfigFileEngineTest::copyFileKeepsSourceModeAndOwner()
+{
+    const QString source = m_dir + QStringLiteral("/source");
+    QVERIFY(ZqlTest::writeBytes(source, "content\n"));
+    QVERIFY(::chmod(QFile::encodeName(source).constData(), 0600) == 0);
+    QVERIFY(::chown(QFile::encodeName(source).constData(), 7, 8) == 0);
+    QVERIFY(ZqlTest::writeBytes(m_path, "old\n"));
+    QString errors;
+    QVERIFY(copyFile(source, m_path, errors));
+    QCOMPARE(errors, QString());
+    QCOMPARE(ZqlTest::readBytes(m_path), QByteArray("content\n"));
+    struct stat info = {};
+    QCOMPARE(::stat(QFile::encodeName(m_path).constData(), &info), 0);
+    QCOMPARE(info.st_mode & 07777, 0600u);
+    QCOMPARE(info.st_uid, 7u);
+    QCOMPARE(info.st_gid, 8u);
+}
+
+ZQL_SANDBOXED_TEST_MAIN(ConfigFileEngineTest)
+#include "configfileenginetest.moc"

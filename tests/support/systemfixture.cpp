@@ -1,0 +1,94 @@
+#include "systemfixture.h"
+
+#include "sandboxguard.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstring>
+#include <sys/mount.h>
+
+namespace ZqlTest {
+namespace {
+bool sandboxed(QString *error)
+{
+    const QString why = sandboxViolation();
+    if (why.isEmpty())
+        return true;
+    *error = QStringLiteral("not in the sandbox: %1").arg(why);
+    return false;
+}
+
+bool failed(const char *step, const QString &path, QString *error)
+{
+    *error =
+        QStringLiteral("%1 %2: %3")
+            .arg(QString::fromLatin1(step), path, QString::fromLocal8Bit(std::strerror(errno)));
+    return false;
+}
+} // namespace
+
+bool mountTmpfs(const QString &dir, const QString &options, QString *error)
+{
+    if (!sandboxed(error))
+        return false;
+    const QByteArray target = QFile::encodeName(dir);
+    const QByteArray data = options.toLatin1();
+    if (::mount("zql-test", target.constData(), "tmpfs", 0, data.constData()) != 0)
+        return failed("mount tmpfs on", dir, error);
+    return true;
+}
+
+bool bindReadOnly(const QString &path, QString *error)
+{
+    if (!sandboxed(error))
+        return false;
+    const QByteArray target = QFile::encodeName(path);
+    if (::mount(target.constData(), target.constData(), nullptr, MS_BIND, nullptr) != 0)
+        return failed("bind", path, error);
+    if (::mount(nullptr, target.constData(), nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) !=
+        0)
+        return failed("remount read-only", path, error);
+    return true;
+}
+
+bool bindOver(const QString &source, const QString &target, QString *error)
+{
+    if (!sandboxed(error))
+        return false;
+    const QByteArray from = QFile::encodeName(source);
+    const QByteArray to = QFile::encodeName(target);
+    if (::mount(from.constData(), to.constData(), nullptr, MS_BIND, nullptr) != 0)
+        return failed("bind over", target, error);
+    return true;
+}
+
+bool unmount(const QString &path, QString *error)
+{
+    if (!sandboxed(error))
+        return false;
+    if (::umount2(QFile::encodeName(path).constData(), MNT_DETACH) != 0)
+        return failed("unmount", path, error);
+    return true;
+}
+
+QByteArray readBytes(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    QByteArray bytes = file.readAll();
+    if (bytes.isNull())
+        bytes = QByteArray("");
+    return bytes;
+}
+
+bool writeBytes(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    return file.write(bytes) == bytes.size() && file.flush();
+}
+
+} // namespace ZqlTest

@@ -1,0 +1,32 @@
+#ifndef ZQLTEST_SYSTEMFIXTURE_H
+#define ZQLTEST_SYSTEMFIXTURE_H
+
+#include <QByteArray>
+#include <QString>
+
+// Helpers that shape the sandbox's root for a test: mounts that make a disk full or a file
+// read-only, and plain byte access to files. Every mount helper checks the sandbox first and
+// refuses (returns false with a reason) outside it.
+namespace ZqlTest {
+
+/** Mounts a tmpfs with @p options (for example "size=12k") on the existing directory @p dir. */
+bool mountTmpfs(const QString &dir, const QString &options, QString *error);
+
+/** Binds @p path (file or directory) onto itself read-only: writes then fail with EROFS. */
+bool bindReadOnly(const QString &path, QString *error);
+
+/** Binds @p source over the existing @p target: @p target can then not be removed (EBUSY). */
+bool bindOver(const QString &source, const QString &target, QString *error);
+
+/** Unmounts @p path (lazily, so that a test can always clean up). */
+bool unmount(const QString &path, QString *error);
+
+/** The bytes of @p path, or a null array when it cannot be read. */
+QByteArray readBytes(const QString &path);
+
+/** Writes @p bytes to @p path (created or truncated); false when that fails. */
+bool writeBytes(const QString &path, const QByteArray &bytes);
+
+} // namespace ZqlTest
+
+#endif // ZQLTEST_SYSTEMFIXTURE_H
