@@ -1,0 +1,45 @@
+# Entry points for a fresh Debian 12 machine (run as root):
+#   make test            install what is missing, configure, build, run the whole suite
+#   make test-sanitize   the same suite in a second build under ASan and UBSan
+# The suite runs inside the system sandbox; afterwards the machine's real /etc is compared
+# with its state before the run, and any difference fails the run.
+
+BUILD_DIR ?= build
+SANITIZE_DIR ?= build-sanitize
+JOBS ?= $(shell nproc)
+
+DEBIAN_PACKAGES = binutils cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
+                  qttools5-dev-tools tar util-linux
+
+.PHONY: all deps build build-sanitize test test-sanitize clean
+
+all: build
+
+deps:
+	@missing=""; \
+	for package in $(DEBIAN_PACKAGES); do \
+	    dpkg-query -W -f='$${Status}' $$package 2>/dev/null | grep -q 'install ok installed' \
+	        || missing="$$missing $$package"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	    echo "Installing:$$missing"; \
+	    apt-get update -qq && DEBIAN_FRONTEND=noninteractive \
+	        apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+build: deps
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD_DIR) -j $(JOBS)
+
+build-sanitize: deps
+	cmake -S . -B $(SANITIZE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZQL_SANITIZE=ON
+	cmake --build $(SANITIZE_DIR) -j $(JOBS)
+
+test: build
+	@sh tests/run-suite.sh $(BUILD_DIR) $(JOBS)
+
+test-sanitize: build-sanitize
+	@sh tests/run-suite.sh $(SANITIZE_DIR) $(JOBS)
+
+clean:
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
