@@ -1,6 +1,7 @@
 # Entry points for a fresh Debian 12 machine (run as root):
 #   make test            install what is missing, configure, build, run the whole suite
 #   make test-sanitize   the same suite in a second build under ASan and UBSan
+#   make bench           the benchmarks, in the sandbox
 # The suite runs inside the system sandbox; afterwards the machine's real /etc is compared
 # with its state before the run, and any difference fails the run.
 
@@ -8,10 +9,10 @@ BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
 JOBS ?= $(shell nproc)
 
-DEBIAN_PACKAGES = binutils cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
-                  qttools5-dev-tools tar util-linux
+DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
+                  qttools5-dev-tools tar util-linux libbenchmark-dev
 
-.PHONY: all deps build build-sanitize test test-sanitize clean
+.PHONY: all deps build build-sanitize test test-sanitize bench clean
 
 all: build
 
@@ -40,6 +41,11 @@ test: build
 
 test-sanitize: build-sanitize
 	@sh tests/run-suite.sh $(SANITIZE_DIR) $(JOBS)
+
+# Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
+bench: build
+	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) -- \
+	    $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

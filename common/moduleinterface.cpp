@@ -8,6 +8,7 @@ bool ModuleInterface::checkRestrictions(const QHash<QString, QVariant> &settings
     return true;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the contract takes the message by value
 QString ModuleInterface::formatOutput(QString message)
 {
     static const QString format = QStringLiteral("%1 : %2\n");

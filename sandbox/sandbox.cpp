@@ -21,8 +21,6 @@
 #include <time.h>
 #include <unistd.h>
 
-extern char **environ;
-
 namespace ZqlSandbox {
 
 namespace {

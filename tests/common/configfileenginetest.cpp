@@ -84,6 +84,8 @@ private Q_SLOTS:
     void rewrite_data();
     void rewrite();
     void readOffersMatchingLinesOnly();
+    void setRegExpReplacesThePattern();
+    void baseAppendMissingAddsNothing();
     void readMissingFile();
     void readDirectory();
     void rewriteMissingFileCreatesNothing();
@@ -222,6 +224,40 @@ void ConfigFileEngineTest::readOffersMatchingLinesOnly()
     QVERIFY(handler.offered.isEmpty()); // reading offers a null line
     QCOMPARE(ZqlTest::readBytes(m_path), content);
     QVERIFY(!QFileInfo::exists(m_path + QStringLiteral(".tmp")));
+}
+
+void ConfigFileEngineTest::setRegExpReplacesThePattern()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, "key = 1\nother = 2\n"));
+    RecordingHandler handler(QStringLiteral("^key\\s*=\\s*(\\S+)"));
+    handler.setRegExp(QRegExp(QStringLiteral("^other\\s*=\\s*(\\S+)")));
+    QString errors;
+    QVERIFY(readFileWithHandler(m_path, handler, errors));
+    QCOMPARE(handler.captures, QStringList{QStringLiteral("2")});
+}
+
+void ConfigFileEngineTest::baseAppendMissingAddsNothing()
+{
+    // A handler that keeps the base appendMissing: only the matched lines can change.
+    struct KeepingHandler : RegExpHandler
+    {
+        KeepingHandler()
+            : RegExpHandler(QStringLiteral("^key"))
+        {}
+        bool handleLine(QByteArray *line) override
+        {
+            *line = "key = 2";
+            return true;
+        }
+    } handler;
+    QByteArray tail = "untouched";
+    QVERIFY(!handler.appendMissing(&tail));
+    QCOMPARE(tail, QByteArray("untouched"));
+
+    QVERIFY(ZqlTest::writeBytes(m_path, "a = 1\nkey = 1\n"));
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    QCOMPARE(ZqlTest::readBytes(m_path), QByteArray("a = 1\nkey = 2\n"));
 }
 
 void ConfigFileEngineTest::readMissingFile()

@@ -35,6 +35,7 @@ private Q_SLOTS:
     void stringForm_data();
     void stringForm();
     void hangIsKilledAfterLimit();
+    void unlimitedWaits();
 };
 
 void ProcessRunnerTest::defaultLimits()
@@ -163,6 +164,20 @@ void ProcessRunnerTest::hangIsKilledAfterLimit()
 
     // The string form words it the same way.
     QCOMPARE(runProcess(Tool, arguments, DefaultProcessTimeoutMs, 100), errors);
+}
+
+void ProcessRunnerTest::unlimitedWaits()
+{
+    // -1 means no limit for either wait: a tool slower than a short limit still succeeds.
+    QString errors;
+    QVERIFY(runProcess(Tool, {QStringLiteral("--sleep"), QStringLiteral("300")}, errors, -1, -1));
+    QCOMPARE(errors, QString());
+    QCOMPARE(runProcess(Tool, {QStringLiteral("--sleep"), QStringLiteral("300")}, -1, -1),
+             QString());
+    // The same tool overruns a finish limit shorter than its run.
+    QVERIFY(!runProcess(Tool, {QStringLiteral("--sleep"), QStringLiteral("3000")}, errors,
+                        DefaultProcessTimeoutMs, 100));
+    QVERIFY(errors.endsWith(QStringLiteral("\n\"Not finished\"")));
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ProcessRunnerTest)

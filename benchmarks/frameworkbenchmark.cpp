@@ -1,0 +1,108 @@
+// What the framework costs per call: reading and rewriting a configuration file of the size of
+// /etc/login.defs, running a tool, building a diagnostic.
+
+#include <zql-modules/modules.h>
+
+#include <QByteArray>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+// About the size of Debian's /etc/login.defs: 340 lines, most of them comments.
+QByteArray loginDefsLikeContent()
+{
+    QByteArray content;
+    for (int i = 0; i < 300; ++i)
+        content += "# comment line " + QByteArray::number(i) + " explaining a setting\n";
+    for (int i = 0; i < 40; ++i)
+        content += "KEY_" + QByteArray::number(i) + "\t\t" + QByteArray::number(i * 7) + '\n';
+    return content;
+}
+
+class KeyHandler : public RegExpHandler
+{
+public:
+    KeyHandler()
+        : RegExpHandler(QStringLiteral("^KEY_1\\s+(\\S+)"))
+    {}
+    bool handleLine(QByteArray *line) override
+    {
+        value = regExp().cap(1);
+        if (!line)
+            return false;
+        *line = "KEY_1\t\t99";
+        return true;
+    }
+    QString value;
+};
+
+class BenchModule : public ModuleInterface
+{
+public:
+    SettingsReply getSettings() override { return {StatusSuccess, {}}; }
+    bool setSettings(QHash<QString, QVariant>) override { return false; }
+    QString getName() override { return QStringLiteral("account-lockout"); }
+    bool isAvailable() override { return true; }
+    QStringList isParametersCorrect(QSet<QString>) override { return {}; }
+};
+
+struct ConfigFile
+{
+    ConfigFile()
+    {
+        path = dir.path() + QStringLiteral("/login.defs");
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(loginDefsLikeContent());
+    }
+    QTemporaryDir dir;
+    QString path;
+};
+
+void BM_ReadFileWithHandler(benchmark::State &state)
+{
+    ConfigFile file;
+    for (auto _ : state) {
+        KeyHandler handler;
+        QString errors;
+        benchmark::DoNotOptimize(readFileWithHandler(file.path, handler, errors));
+    }
+}
+BENCHMARK(BM_ReadFileWithHandler)->Unit(benchmark::kMicrosecond);
+
+void BM_RewriteFileWithHandler(benchmark::State &state)
+{
+    ConfigFile file;
+    const bool makeBackup = state.range(0) != 0;
+    for (auto _ : state) {
+        KeyHandler handler;
+        QString errors;
+        if (!rewriteFileWithHandler(file.path, handler, errors, makeBackup))
+            state.SkipWithError("rewrite failed");
+    }
+}
+BENCHMARK(BM_RewriteFileWithHandler)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+void BM_RunProcessTrue(benchmark::State &state)
+{
+    for (auto _ : state) {
+        QString errors;
+        if (!runProcess(QStringLiteral("true"), {}, errors))
+            state.SkipWithError("true failed");
+    }
+}
+BENCHMARK(BM_RunProcessTrue)->Unit(benchmark::kMillisecond);
+
+void BM_FormatOutput(benchmark::State &state)
+{
+    BenchModule module;
+    const QString message = QStringLiteral("\"/etc/pam.d/common-auth\" not exists");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(module.formatOutput(message));
+}
+BENCHMARK(BM_FormatOutput);
+} // namespace
+
+BENCHMARK_MAIN();
