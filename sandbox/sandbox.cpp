@@ -578,6 +578,28 @@ std::string describeFailure(const Plan &plan, const std::vector<std::string> &la
     return ErrorPrefix + step + ": " + reason;
 }
 
+// Resolves each of dirs to the real path of an existing directory other than "/"; returns
+// what is wrong with the first one that is not, or an empty text.
+std::string resolveDirectories(const std::vector<std::string> &dirs, const char *what,
+                               std::vector<std::string> &resolved)
+{
+    for (const std::string &dir : dirs) {
+        char *real = ::realpath(dir.c_str(), nullptr);
+        if (!real)
+            return std::string(what) + ' ' + dir + ": " + std::strerror(errno);
+        resolved.emplace_back(real);
+        std::free(real);
+        struct stat st;
+        if (::stat(resolved.back().c_str(), &st) != 0)
+            return std::string(what) + ' ' + dir + ": " + std::strerror(errno);
+        if (!S_ISDIR(st.st_mode))
+            return std::string(what) + ' ' + dir + ": " + std::strerror(ENOTDIR);
+        if (resolved.back() == "/")
+            return std::string(what) + ' ' + dir + ": is the real root itself";
+    }
+    return {};
+}
+
 bool validSize(const std::string &size)
 {
     size_t digits = 0;
@@ -751,32 +773,12 @@ int Sandbox::run(const std::vector<std::string> &command)
     plan.cwd = currentDir();
 
     std::vector<std::string> layers;
-    for (const std::string &layer : m_layers) {
-        char *real = ::realpath(layer.c_str(), nullptr);
-        if (!real)
-            return failed("layer " + layer + ": " + std::strerror(errno));
-        layers.emplace_back(real);
-        std::free(real);
-        struct stat st;
-        if (::stat(layers.back().c_str(), &st) != 0)
-            return failed("layer " + layer + ": " + std::strerror(errno));
-        if (!S_ISDIR(st.st_mode))
-            return failed("layer " + layer + ": " + std::strerror(ENOTDIR));
-    }
-
     std::vector<std::string> shares;
-    for (const std::string &share : m_shares) {
-        char *real = ::realpath(share.c_str(), nullptr);
-        if (!real)
-            return failed("shared directory " + share + ": " + std::strerror(errno));
-        shares.emplace_back(real);
-        std::free(real);
-        struct stat st;
-        if (::stat(shares.back().c_str(), &st) != 0)
-            return failed("shared directory " + share + ": " + std::strerror(errno));
-        if (!S_ISDIR(st.st_mode) || shares.back() == "/")
-            return failed("shared directory " + share + ": " + std::strerror(ENOTDIR));
-    }
+    std::string problem = resolveDirectories(m_layers, "layer", layers);
+    if (problem.empty())
+        problem = resolveDirectories(m_shares, "shared directory", shares);
+    if (!problem.empty())
+        return failed(problem);
 
     std::string keep;
     bool createKeep = false;

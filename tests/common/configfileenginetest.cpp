@@ -71,7 +71,53 @@ const QString CopyTool = QStandardPaths::findExecutable(QStringLiteral("cp"));
 
 const QByteArray OldContent = "# policy\nkey = 1   # the old value\nother = 2\n";
 const QByteArray NewContent = "# policy\nkey = 2\t# the old value\nother = 2\n";
+
+// How a rewrite is made to fail.
+enum Failure {
+    ReadOnlyDirectory,    // the temporary copy cannot be created
+    MissingCopyTool,      // cp is not on the search path
+    DirectoryAsTemporary, // the temporary file cannot be opened for writing
+    FullDisk,             // the temporary file cannot be written whole
+    DirectoryAsBackup,    // the backup cannot be made
+    ReadOnlyTarget,       // the final copy over the target fails
+    BusyTemporary,        // the temporary file cannot be removed
+};
+
+// What a path holds after a failed rewrite.
+enum Held {
+    Nothing,      // it does not exist
+    OldBytes,     // the content before the rewrite
+    NewBytes,     // the rewritten content
+    PartialBytes, // a file, of whatever length
+    Directory,    // the directory that was put in the way
+};
+
+void verifyHeld(const QString &path, Held held, const QByteArray &oldBytes,
+                const QByteArray &newBytes)
+{
+    const QFileInfo info(path);
+    switch (held) {
+    case Nothing:
+        QVERIFY2(!info.exists(), qPrintable(path + QStringLiteral(" exists")));
+        break;
+    case OldBytes:
+        QCOMPARE(ZqlTest::readBytes(path), oldBytes);
+        break;
+    case NewBytes:
+        QCOMPARE(ZqlTest::readBytes(path), newBytes);
+        break;
+    case PartialBytes:
+        QVERIFY2(info.isFile(), qPrintable(path + QStringLiteral(" is not a file")));
+        break;
+    case Directory:
+        QVERIFY2(info.isDir(), qPrintable(path + QStringLiteral(" is not a directory")));
+        break;
+    }
+}
 } // namespace
+
+Q_DECLARE_METATYPE(Failure)
+Q_DECLARE_METATYPE(Held)
 
 class ConfigFileEngineTest : public QObject
 {
@@ -93,13 +139,8 @@ private Q_SLOTS:
     void rewriteKeepsModeAndOwner();
     void backupReplacesOldBackup();
     void noBackupLeavesOldBackupAlone();
-    void failedTemporaryCopy();
-    void missingCopyTool();
-    void failedTemporaryOpen();
-    void fullDiskLeavesTargetUntouched();
-    void failedBackup();
-    void failedFinalCopy();
-    void failedTemporaryRemoval();
+    void rewriteFailure_data();
+    void rewriteFailure();
     void copyFileMissingSource();
     void copyFileKeepsSourceModeAndOwner();
 
@@ -342,131 +383,109 @@ void ConfigFileEngineTest::noBackupLeavesOldBackupAlone()
     QVERIFY(files.temporary.isNull());
 }
 
-void ConfigFileEngineTest::failedTemporaryCopy()
+void ConfigFileEngineTest::rewriteFailure_data()
 {
-    // A read-only directory: the temporary copy cannot be created.
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    QString error;
-    mountOrFail(ZqlTest::bindReadOnly(m_dir, &error), m_dir, error);
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %1.tmp\". "
-                                    "Exit code: 1.\n\"%2: cannot create regular file '%1.tmp': "
-                                    "Read-only file system\n\"")
-                         .arg(m_path, CopyTool));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, OldContent);
-    QVERIFY(files.temporary.isNull());
-    QVERIFY(files.backup.isNull());
+    QTest::addColumn<Failure>("failure");
+    QTest::addColumn<bool>("makeBackup");
+    QTest::addColumn<QString>("message"); // %1 the target's path, %2 the cp found on the path
+    QTest::addColumn<Held>("target");
+    QTest::addColumn<Held>("temporary");
+    QTest::addColumn<Held>("backup");
+
+    const QString copyToTemporary =
+        QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %1.tmp\". ");
+    QTest::newRow("temporary copy fails: read-only directory")
+        << ReadOnlyDirectory << true
+        << copyToTemporary +
+               QStringLiteral("Exit code: 1.\n\"%2: cannot create regular file '%1.tmp': "
+                              "Read-only file system\n\"")
+        << OldBytes << Nothing << Nothing;
+    QTest::newRow("temporary copy fails: cp missing")
+        << MissingCopyTool << true
+        << copyToTemporary +
+               QStringLiteral("Error: execvp: No such file or directory.\n\"Not started\"")
+        << OldBytes << Nothing << Nothing;
+    QTest::newRow("temporary file cannot be opened")
+        << DirectoryAsTemporary << true << QStringLiteral("\"%1.tmp\" error 5\nIs a directory")
+        << OldBytes << Directory << Nothing;
+    QTest::newRow("full disk while writing the temporary file")
+        << FullDisk << true << QStringLiteral("\"%1.tmp\" error 4\nNo space left on device")
+        << OldBytes << PartialBytes << Nothing;
+    QTest::newRow("backup fails") << DirectoryAsBackup << true
+                                  << QStringLiteral("\"%1\" error 14\nDestination file exists")
+                                  << OldBytes << NewBytes << Directory;
+    const QString finalCopyFails =
+        QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1.tmp %1\". Exit code: "
+                       "1.\n\"%2: cannot remove '%1': Device or resource busy\n\"");
+    QTest::newRow("final copy fails: read-only target, with backup")
+        << ReadOnlyTarget << true << finalCopyFails << OldBytes << NewBytes << OldBytes;
+    QTest::newRow("final copy fails: read-only target, without backup")
+        << ReadOnlyTarget << false << finalCopyFails << OldBytes << NewBytes << Nothing;
+    QTest::newRow("temporary file cannot be removed")
+        << BusyTemporary << true << QStringLiteral("\"%1.tmp\" error 9\nDevice or resource busy")
+        << NewBytes << NewBytes << OldBytes;
 }
 
-void ConfigFileEngineTest::missingCopyTool()
+void ConfigFileEngineTest::rewriteFailure()
 {
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QFETCH(Failure, failure);
+    QFETCH(bool, makeBackup);
+    QFETCH(QString, message);
+    QFETCH(Held, target);
+    QFETCH(Held, temporary);
+    QFETCH(Held, backup);
+
+    // The full disk needs a target that fills its share of the space and a longer rewrite.
+    const bool fullDisk = failure == FullDisk;
+    const QByteArray oldBytes =
+        fullDisk ? QByteArray("key = 1\n" + QByteArray(3000, 'x') + '\n') : OldContent;
+    const QByteArray replacement =
+        fullDisk ? QByteArray("key = " + QByteArray(6000, '2')) : QByteArray("key = 2");
+    const QString temporaryPath = m_path + QStringLiteral(".tmp");
+    const QString backupPath = m_path + QStringLiteral(".bak");
+    QString error;
+
+    if (failure == FullDisk) // two pages: the target and its first temporary copy fill them
+        mountOrFail(ZqlTest::mountTmpfs(m_dir, QStringLiteral("size=8k"), &error), m_dir, error);
+    QVERIFY(ZqlTest::writeBytes(m_path, oldBytes));
+    switch (failure) {
+    case ReadOnlyDirectory:
+        mountOrFail(ZqlTest::bindReadOnly(m_dir, &error), m_dir, error);
+        break;
+    case ReadOnlyTarget:
+        mountOrFail(ZqlTest::bindReadOnly(m_path, &error), m_path, error);
+        break;
+    case DirectoryAsTemporary: // cp copies into it; the open for writing then fails
+        QVERIFY(QDir().mkdir(temporaryPath));
+        break;
+    case DirectoryAsBackup: // can neither be removed nor overwritten by a copy
+        QVERIFY(QDir().mkpath(backupPath + QStringLiteral("/inside")));
+        break;
+    case BusyTemporary: { // a mount point: it can be written, but not removed
+        const QString scratch = m_dir + QStringLiteral("/scratch");
+        QVERIFY(ZqlTest::writeBytes(temporaryPath, ""));
+        QVERIFY(ZqlTest::writeBytes(scratch, ""));
+        mountOrFail(ZqlTest::bindOver(scratch, temporaryPath, &error), temporaryPath, error);
+        break;
+    }
+    case MissingCopyTool:
+    case FullDisk:
+        break;
+    }
+
+    RecordingHandler handler(QStringLiteral("^key"), replacement);
+    QString errors;
     const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", "/nonexistent");
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    const bool result = rewriteFileWithHandler(m_path, handler, errors, true);
+    if (failure == MissingCopyTool)
+        qputenv("PATH", "/nonexistent");
+    const bool result = rewriteFileWithHandler(m_path, handler, errors, makeBackup);
     qputenv("PATH", path);
+
     QVERIFY(!result);
-    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1 %1.tmp\". "
-                                    "Error: execvp: No such file or directory.\n\"Not started\"")
-                         .arg(m_path));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, OldContent);
-    QVERIFY(files.temporary.isNull());
-    QVERIFY(files.backup.isNull());
-}
-
-void ConfigFileEngineTest::failedTemporaryOpen()
-{
-    // A directory in the way of the temporary file: cp copies into it, the open then fails.
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    QVERIFY(QDir().mkdir(m_path + QStringLiteral(".tmp")));
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 5\nIs a directory").arg(m_path));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, OldContent);
-    QVERIFY(QFileInfo(m_path + QStringLiteral(".tmp")).isDir());
-    QVERIFY(files.backup.isNull());
-}
-
-void ConfigFileEngineTest::fullDiskLeavesTargetUntouched()
-{
-    // Two pages of space: the target and its first temporary copy fill them, the longer new
-    // content does not fit.
-    QString error;
-    mountOrFail(ZqlTest::mountTmpfs(m_dir, QStringLiteral("size=8k"), &error), m_dir, error);
-    const QByteArray old = "key = 1\n" + QByteArray(3000, 'x') + '\n';
-    QVERIFY(ZqlTest::writeBytes(m_path, old));
-    RecordingHandler handler(QStringLiteral("^key"), "key = " + QByteArray(6000, '2'));
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 4\nNo space left on device").arg(m_path));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, old);
-    QVERIFY(!files.temporary.isNull()); // the partial temporary copy stays
-    QVERIFY(files.backup.isNull());
-}
-
-void ConfigFileEngineTest::failedBackup()
-{
-    // A directory named like the backup can neither be removed nor overwritten by a copy.
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    const QString backup = m_path + QStringLiteral(".bak");
-    QVERIFY(QDir().mkpath(backup + QStringLiteral("/inside")));
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("\"%1\" error 14\nDestination file exists").arg(m_path));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, OldContent);
-    QCOMPARE(files.temporary, NewContent);
-    QVERIFY(QFileInfo(backup + QStringLiteral("/inside")).isDir());
-}
-
-void ConfigFileEngineTest::failedFinalCopy()
-{
-    // A read-only target file: the backup and the temporary copy are written beside it, the
-    // final copy over it fails.
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    QString error;
-    mountOrFail(ZqlTest::bindReadOnly(m_path, &error), m_path, error);
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1.tmp %1\". "
-                                    "Exit code: 1.\n\"%2: cannot remove '%1': "
-                                    "Device or resource busy\n\"")
-                         .arg(m_path, CopyTool));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, OldContent);
-    QCOMPARE(files.temporary, NewContent);
-    QCOMPARE(files.backup, OldContent);
-}
-
-void ConfigFileEngineTest::failedTemporaryRemoval()
-{
-    // The temporary name is a mount point: it can be written, but not removed.
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    const QString temporary = m_path + QStringLiteral(".tmp");
-    const QString scratch = m_dir + QStringLiteral("/scratch");
-    QVERIFY(ZqlTest::writeBytes(temporary, ""));
-    QVERIFY(ZqlTest::writeBytes(scratch, ""));
-    QString error;
-    mountOrFail(ZqlTest::bindOver(scratch, temporary, &error), temporary, error);
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(!rewriteFileWithHandler(m_path, handler, errors, true));
-    QCOMPARE(errors, QStringLiteral("\"%1.tmp\" error 9\nDevice or resource busy").arg(m_path));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, NewContent);
-    QCOMPARE(files.temporary, NewContent);
-    QCOMPARE(files.backup, OldContent);
+    QCOMPARE(errors, message.arg(m_path, CopyTool));
+    verifyHeld(m_path, target, oldBytes, NewContent);
+    verifyHeld(temporaryPath, temporary, oldBytes, NewContent);
+    verifyHeld(backupPath, backup, oldBytes, NewContent);
 }
 
 void ConfigFileEngineTest::copyFileMissingSource()
