@@ -137,8 +137,8 @@ private Q_SLOTS:
     void rewriteMissingFileCreatesNothing();
     void messagesAppendToEarlierText();
     void rewriteKeepsModeAndOwner();
-    void backupReplacesOldBackup();
-    void noBackupLeavesOldBackupAlone();
+    void existingBackup_data();
+    void existingBackup();
     void rewriteFailure_data();
     void rewriteFailure();
     void copyFileMissingSource();
@@ -357,29 +357,27 @@ void ConfigFileEngineTest::rewriteKeepsModeAndOwner()
     QVERIFY(!QFileInfo::exists(m_path + QStringLiteral(".bak")));
 }
 
-void ConfigFileEngineTest::backupReplacesOldBackup()
+void ConfigFileEngineTest::existingBackup_data()
 {
-    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
-    QVERIFY(ZqlTest::writeBytes(m_path + QStringLiteral(".bak"), "stale backup\n"));
-    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
-    QString errors;
-    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, true));
-    const Survivors files(m_path);
-    QCOMPARE(files.target, NewContent);
-    QCOMPARE(files.backup, OldContent);
-    QVERIFY(files.temporary.isNull());
+    QTest::addColumn<bool>("makeBackup");
+    QTest::addColumn<QByteArray>("backup");
+    QTest::newRow("a new backup replaces the old one") << true << OldContent;
+    QTest::newRow("without backup the old one is neither removed nor updated")
+        << false << QByteArray("stale backup\n");
 }
 
-void ConfigFileEngineTest::noBackupLeavesOldBackupAlone()
+void ConfigFileEngineTest::existingBackup()
 {
+    QFETCH(bool, makeBackup);
+    QFETCH(QByteArray, backup);
     QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
     QVERIFY(ZqlTest::writeBytes(m_path + QStringLiteral(".bak"), "stale backup\n"));
     RecordingHandler handler(QStringLiteral("^key"), "key = 2");
     QString errors;
-    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, makeBackup));
     const Survivors files(m_path);
     QCOMPARE(files.target, NewContent);
-    QCOMPARE(files.backup, QByteArray("stale backup\n"));
+    QCOMPARE(files.backup, backup);
     QVERIFY(files.temporary.isNull());
 }
 
