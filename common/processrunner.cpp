@@ -19,7 +19,6 @@ ProcessOutcome runTool(const QString &program, const QStringList &arguments,
     process.start(program, arguments, mode);
 
     if (!process.waitForStarted(startTimeoutMs)) {
-        outcome.error = process.error();
         outcome.failure =
             QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not started\"")
                 .arg(program, arguments.join(QLatin1Char(' ')), process.errorString());
@@ -32,7 +31,6 @@ ProcessOutcome runTool(const QString &program, const QStringList &arguments,
 
     const bool finished = process.waitForFinished(finishTimeoutMs);
     if (!finished || process.exitStatus() != QProcess::NormalExit) {
-        outcome.error = process.error();
         outcome.failure =
             QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not finished\"")
                 .arg(program, arguments.join(QLatin1Char(' ')), process.errorString());
@@ -46,8 +44,7 @@ ProcessOutcome runTool(const QString &program, const QStringList &arguments,
 
     outcome.exitCode = process.exitCode();
     outcome.standardError = process.readAllStandardError();
-    if (mode & QIODevice::ReadOnly)
-        outcome.standardOutput = process.readAllStandardOutput();
+    outcome.standardOutput = process.readAllStandardOutput();
     if (outcome.exitCode != 0) {
         outcome.failure =
             QObject::tr("Process: \"%1 %2\". Exit code: %3.\n\"%4\"")

@@ -14,7 +14,6 @@ struct ProcessOutcome
     QByteArray standardOutput;
     QByteArray standardError;
     int exitCode = -1;
-    QProcess::ProcessError error = QProcess::UnknownError;
 
     bool succeeded() const { return failure.isEmpty(); }
 };

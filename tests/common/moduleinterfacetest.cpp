@@ -156,7 +156,6 @@ void ModuleInterfaceTest::failedReadReportsStatusAndDiagnostic()
     QCOMPARE(reply.first, 1);
     QVERIFY(reply.second.isEmpty());
     QCOMPARE(capture.standardError(), QByteArray("sample : \"/etc/x\" not exists\n"));
-    QVERIFY(capture.standardError().startsWith("sample : "));
     QCOMPARE(capture.standardOutput(), QByteArray());
 
     module.failRead = false;
