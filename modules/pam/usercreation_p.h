@@ -1,0 +1,26 @@
+#ifndef ZQLMODULES_USERCREATION_P_H
+#define ZQLMODULES_USERCREATION_P_H
+
+#include <QString>
+
+// Settings of the user-creation module: each is the key of /etc/adduser.conf of the same name.
+namespace UserCreation {
+
+const QString HomeKey = QStringLiteral("DHOME");
+const QString SkeletonKey = QStringLiteral("SKEL");
+const QString ShellKey = QStringLiteral("DSHELL");
+const QString UserGroupsKey = QStringLiteral("USERGROUPS");
+const QString UsersGroupKey = QStringLiteral("USERS_GID");
+
+// Capture 1: the key; capture 2: the value without its optional double quotes. The extra-group
+// keys match but carry no setting.
+const QString AddUserConfPattern =
+    QStringLiteral("\\s*(DHOME|SKEL|DSHELL|USERGROUPS|USERS_GID|ADD_EXTRA_GROUPS|EXTRA_GROUPS)\\s*="
+                   "\\s*\"?([^\"]*)\"?");
+
+const QString Yes = QStringLiteral("yes");
+const QString No = QStringLiteral("no");
+
+} // namespace UserCreation
+
+#endif // ZQLMODULES_USERCREATION_P_H
