@@ -116,7 +116,7 @@ void PamRigTest::cleanup()
 
 QString PamRigTest::createUser()
 {
-    const QString name = QStringLiteral("zqlrig%1").arg(++m_users);
+    QString name = QStringLiteral("zqlrig%1").arg(++m_users);
     QString error;
     if (!ZqlTest::createUser(name, FirstPassword, &error) ||
         !ZqlTest::writePamService(ZqlTest::PasswordCheckService, ZqlTest::PasswordCheckServiceText,

@@ -106,7 +106,7 @@ QByteArray behaviourWord(PamAuthUpdateBehaviour behaviour)
 // Where a lookup of pam-auth-update succeeds now: the search path, then the full path.
 QString findPamAuthUpdate()
 {
-    const QString onPath = QStandardPaths::findExecutable(ToolName);
+    QString onPath = QStandardPaths::findExecutable(ToolName);
     if (!onPath.isEmpty())
         return onPath;
     return QFileInfo::exists(PamAuthUpdatePath) ? PamAuthUpdatePath : QString();
