@@ -9,8 +9,13 @@ BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
 JOBS ?= $(shell nproc)
 
+# The PAM rig (tests/pam) needs libpam's headers, pam_pwquality with cracklib's dictionary
+# (a recommendation that --no-install-recommends would drop; without it pwquality refuses every
+# password) and the account tools. Installing libpam-pwquality runs pam-auth-update on the
+# machine: pam_pwquality joins its common-password.
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
-                  qttools5-dev-tools tar util-linux libbenchmark-dev
+                  qttools5-dev-tools tar util-linux libbenchmark-dev \
+                  libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd
 
 .PHONY: all deps build build-sanitize test test-sanitize bench clean
 

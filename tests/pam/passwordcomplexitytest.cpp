@@ -1,3 +1,5 @@
+#include "pamfixture.h"
+#include "pamsnapshot.h"
 #include "pamtestsupport.h"
 #include "systemfixture.h"
 #include "testmain.h"
@@ -85,14 +87,15 @@ private Q_SLOTS:
     void roundTrip();
 
 private:
-    ZqlTest::FileSnapshot m_snapshot;
+    ZqlTest::PamSnapshot m_snapshot;
 };
 
 void PasswordComplexityTest::initTestCase()
 {
     QVERIFY2(QFile::exists(PwqualityProfile),
              "the machine has no pwquality profile: install libpam-pwquality");
-    m_snapshot = ZqlTest::FileSnapshot(ZqlTest::pamConfigurationFiles());
+    QString error;
+    QVERIFY2(m_snapshot.take(&error), qPrintable(error));
 }
 
 void PasswordComplexityTest::init()
@@ -105,7 +108,8 @@ void PasswordComplexityTest::cleanup()
 {
     QString error;
     ZqlTest::unmount(PwqualityProfile, &error);
-    QVERIFY(m_snapshot.restore());
+    QVERIFY2(ZqlTest::restorePamAuthUpdate(&error), qPrintable(error));
+    QVERIFY2(m_snapshot.restore(&error), qPrintable(error));
 }
 
 void PasswordComplexityTest::read_data()
@@ -387,9 +391,8 @@ void PasswordComplexityTest::readOnlyProfile()
 
 void PasswordComplexityTest::missingTool()
 {
-    const QString tool = QStringLiteral("/usr/sbin/pam-auth-update");
-    const QByteArray toolBytes = ZqlTest::readBytes(tool);
-    QVERIFY(QFile::remove(tool));
+    QString error;
+    QVERIFY2(ZqlTest::removePamAuthUpdate(&error), qPrintable(error));
     const QByteArray stack = ZqlTest::readBytes(CommonPassword);
 
     PasswordPolicyModule module;
@@ -397,8 +400,6 @@ void PasswordComplexityTest::missingTool()
     const ZqlTest::Streams streams = ZqlTest::captured([&] {
         result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 11)}});
     });
-    QVERIFY(ZqlTest::writeBytes(tool, toolBytes));
-    QVERIFY(QFile::setPermissions(tool, QFile::permissions(QStringLiteral("/usr/sbin/adduser"))));
     QCOMPARE(result, 1);
     QCOMPARE(streams.error,
              QByteArray("password-policy : Process: \"pam-auth-update --package\". Error: execvp: "

@@ -1,3 +1,5 @@
+#include "pamfixture.h"
+#include "pamsnapshot.h"
 #include "pamtestsupport.h"
 #include "systemfixture.h"
 #include "testmain.h"
@@ -11,7 +13,6 @@ namespace {
 const QString CommonPassword = QStringLiteral("/etc/pam.d/common-password");
 const QString ProfileDir = QStringLiteral("/usr/share/pam-configs");
 const QString HistoryProfile = QStringLiteral("/usr/share/pam-configs/pwhistory");
-const QString Tool = QStringLiteral("/usr/sbin/pam-auth-update");
 using Settings = QHash<QString, QVariant>;
 
 // The profile the module writes, with @p options in both module lines.
@@ -67,19 +68,14 @@ private Q_SLOTS:
     void enablingFails();
 
 private:
-    bool removeTool();
-    bool restoreTool();
-
-    ZqlTest::FileSnapshot m_snapshot;
-    QByteArray m_tool;
+    ZqlTest::PamSnapshot m_snapshot;
 };
 
 void PasswordHistoryTest::initTestCase()
 {
     QVERIFY(!QFile::exists(HistoryProfile));
-    m_snapshot = ZqlTest::FileSnapshot(ZqlTest::pamConfigurationFiles());
-    m_tool = ZqlTest::readBytes(Tool);
-    QVERIFY(!m_tool.isNull());
+    QString error;
+    QVERIFY2(m_snapshot.take(&error), qPrintable(error));
 }
 
 void PasswordHistoryTest::cleanup()
@@ -87,23 +83,8 @@ void PasswordHistoryTest::cleanup()
     QString error;
     ZqlTest::unmount(HistoryProfile, &error);
     ZqlTest::unmount(ProfileDir, &error);
-    QVERIFY(restoreTool());
-    QVERIFY(m_snapshot.restore());
-}
-
-bool PasswordHistoryTest::removeTool()
-{
-    return QFile::remove(Tool);
-}
-
-bool PasswordHistoryTest::restoreTool()
-{
-    if (QFile::exists(Tool))
-        return true;
-    return ZqlTest::writeBytes(Tool, m_tool) &&
-           QFile::setPermissions(Tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
-                                           QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
-                                           QFile::ExeOther);
+    QVERIFY2(ZqlTest::restorePamAuthUpdate(&error), qPrintable(error));
+    QVERIFY2(m_snapshot.restore(&error), qPrintable(error));
 }
 
 void PasswordHistoryTest::read_data()
@@ -212,7 +193,6 @@ void PasswordHistoryTest::write()
 
 void PasswordHistoryTest::emptyHashWithoutProfileDoesNothing()
 {
-    const ZqlTest::FileSnapshot before(ZqlTest::pamConfigurationFiles());
     const QByteArray stack = ZqlTest::readBytes(CommonPassword);
     PasswordPolicyModule module;
     int result = 1;
@@ -267,7 +247,8 @@ void PasswordHistoryTest::roundTrip()
 void PasswordHistoryTest::removalByToolFails()
 {
     QVERIFY(ZqlTest::writeBytes(HistoryProfile, profile("remember=2")));
-    QVERIFY(removeTool());
+    QString error;
+    QVERIFY2(ZqlTest::removePamAuthUpdate(&error), qPrintable(error));
     PasswordPolicyModule module;
     int result = 0;
     const ZqlTest::Streams streams = ZqlTest::captured([&] {
@@ -356,7 +337,8 @@ void PasswordHistoryTest::profileCannotBeWritten()
 // The caller is told success, but the new profile is gone again and the message says so.
 void PasswordHistoryTest::enablingFails()
 {
-    QVERIFY(removeTool());
+    QString error;
+    QVERIFY2(ZqlTest::removePamAuthUpdate(&error), qPrintable(error));
     const QByteArray stack = ZqlTest::readBytes(CommonPassword);
     PasswordPolicyModule module;
     int result = 1;

@@ -63,6 +63,15 @@ QString sandboxViolation()
     return {};
 }
 
+bool insideSandbox(QString *error)
+{
+    const QString why = sandboxViolation();
+    if (why.isEmpty())
+        return true;
+    *error = QStringLiteral("not in the sandbox: %1").arg(why);
+    return false;
+}
+
 void requireSandbox()
 {
     const QString why = sandboxViolation();

@@ -12,6 +12,12 @@ namespace ZqlTest {
  */
 QString sandboxViolation();
 
+/**
+ * Whether this process runs inside the sandbox. Fixture helpers call it before they change
+ * anything; outside, it returns false with "not in the sandbox: <reason>" in @p error.
+ */
+bool insideSandbox(QString *error);
+
 /** Ends the process with exit code 3 and a message unless it runs inside the sandbox. */
 void requireSandbox();
 

@@ -10,15 +10,6 @@
 
 namespace ZqlTest {
 namespace {
-bool sandboxed(QString *error)
-{
-    const QString why = sandboxViolation();
-    if (why.isEmpty())
-        return true;
-    *error = QStringLiteral("not in the sandbox: %1").arg(why);
-    return false;
-}
-
 bool failed(const char *step, const QString &path, QString *error)
 {
     *error =
@@ -30,7 +21,7 @@ bool failed(const char *step, const QString &path, QString *error)
 
 bool mountTmpfs(const QString &dir, const QString &options, QString *error)
 {
-    if (!sandboxed(error))
+    if (!insideSandbox(error))
         return false;
     const QByteArray target = QFile::encodeName(dir);
     const QByteArray data = options.toLatin1();
@@ -41,7 +32,7 @@ bool mountTmpfs(const QString &dir, const QString &options, QString *error)
 
 bool bindReadOnly(const QString &path, QString *error)
 {
-    if (!sandboxed(error))
+    if (!insideSandbox(error))
         return false;
     const QByteArray target = QFile::encodeName(path);
     if (::mount(target.constData(), target.constData(), nullptr, MS_BIND, nullptr) != 0)
@@ -54,7 +45,7 @@ bool bindReadOnly(const QString &path, QString *error)
 
 bool bindOver(const QString &source, const QString &target, QString *error)
 {
-    if (!sandboxed(error))
+    if (!insideSandbox(error))
         return false;
     const QByteArray from = QFile::encodeName(source);
     const QByteArray to = QFile::encodeName(target);
@@ -65,7 +56,7 @@ bool bindOver(const QString &source, const QString &target, QString *error)
 
 bool unmount(const QString &path, QString *error)
 {
-    if (!sandboxed(error))
+    if (!insideSandbox(error))
         return false;
     if (::umount2(QFile::encodeName(path).constData(), MNT_DETACH) != 0)
         return failed("unmount", path, error);
