@@ -6,6 +6,7 @@
 
 #include <zql-modules/modules.h>
 
+#include <QDir>
 #include <QFile>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -83,6 +84,11 @@ private Q_SLOTS:
     void profileWithoutModuleLine();
     void readOnlyProfile();
     void missingTool();
+    void toolFailure_data();
+    void toolFailure();
+    void toolWarningIsPassedOn();
+    void repairJoinsPiecesLiterally();
+    void repairOfUnreadableStackIsSkipped();
     void repairsLocallyEditedMinimumLength();
     void roundTrip();
 
@@ -410,6 +416,124 @@ void PasswordComplexityTest::missingTool()
              rewritten(ShippedPwquality, "pam_pwquality.so retry=3",
                        "pam_pwquality.so retry=3 minlen=11"));
     QCOMPARE(ZqlTest::readBytes(CommonPassword), stack);
+}
+
+void PasswordComplexityTest::toolFailure_data()
+{
+    QTest::addColumn<QString>("behaviour");
+    QTest::addColumn<QByteArray>("message");
+    QTest::newRow("exit code") << QStringLiteral("exit")
+                               << QByteArray("password-policy : Process: \"pam-auth-update "
+                                             "--package\". Exit code: 3.\n\"bad\n\"\n");
+    QTest::newRow("hang") << QStringLiteral("hang")
+                          << QByteArray("password-policy : Process: \"pam-auth-update --package\". "
+                                        "Error: Process operation timed out.\n\"Not finished\"\n");
+    QTest::newRow("crash") << QStringLiteral("crash")
+                           << QByteArray(
+                                  "password-policy : Process: \"pam-auth-update --package\". "
+                                  "Error: Process crashed.\n\"Not finished\"\n");
+}
+
+// The profiles are rewritten before the tool fails; nothing is rolled back.
+void PasswordComplexityTest::toolFailure()
+{
+    QFETCH(QString, behaviour);
+    QFETCH(QByteArray, message);
+    QString error;
+    if (behaviour == QLatin1String("exit"))
+        QVERIFY2(ZqlTest::simulatePamAuthUpdateExit(3, "bad\n", &error), qPrintable(error));
+    else
+        QVERIFY2(ZqlTest::simulatePamAuthUpdate(behaviour == QLatin1String("hang")
+                                                    ? ZqlTest::PamAuthUpdateBehaviour::Hang
+                                                    : ZqlTest::PamAuthUpdateBehaviour::Crash,
+                                                &error),
+                 qPrintable(error));
+    const QByteArray stack = ZqlTest::readBytes(CommonPassword);
+
+    PamToolLimits limits;
+    limits.finishTimeoutMs = 300;
+    PasswordPolicyModule module(limits);
+    int result = 0;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 11)}});
+    });
+    QCOMPARE(result, 1);
+    QCOMPARE(streams.error, message);
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(ZqlTest::readBytes(PwqualityProfile),
+             rewritten(ShippedPwquality, "pam_pwquality.so retry=3",
+                       "pam_pwquality.so retry=3 minlen=11"));
+    QCOMPARE(ZqlTest::readBytes(CommonPassword), stack);
+    QCOMPARE(ZqlTest::pamAuthUpdateCalls(), QStringList{QStringLiteral("--package")});
+}
+
+// A tool that succeeds with a remark on standard error: the remark is a warning, trimmed, and
+// the update goes on.
+void PasswordComplexityTest::toolWarningIsPassedOn()
+{
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdateWarning("  pam-auth-update: odd profile\n\n", &error),
+             qPrintable(error));
+    PasswordPolicyModule module;
+    int result = 1;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 11)}});
+    });
+    QCOMPARE(result, 0);
+    QCOMPARE(streams.error, QByteArray());
+    QCOMPARE(streams.output, QByteArray("password-policy : pam-auth-update: odd profile\n"));
+    QCOMPARE(stackLine(ZqlTest::readBytes(CommonPassword), "pam_pwquality.so"),
+             QByteArray("password\trequisite\t\t\tpam_pwquality.so retry=3 minlen=11"));
+}
+
+// The pieces around the old option are joined with nothing between them and the new option
+// goes to the end of the line: "retry=3 minlen=8 difok=3" becomes "retry=3  difok=3minlen=10".
+void PasswordComplexityTest::repairJoinsPiecesLiterally()
+{
+    QString error;
+    // A tool that regenerates nothing, so the stack stays as written here.
+    QVERIFY2(ZqlTest::simulatePamAuthUpdateExit(0, QByteArray(), &error), qPrintable(error));
+    QVERIFY(ZqlTest::writeBytes(CommonPassword,
+                                "# stack\n"
+                                "password requisite pam_cracklib.so retry=3 minlen=8 difok=3\n"
+                                "password requisite pam_pwquality.so minlen=10\n"
+                                "password requisite pam_pwquality.so minlen=8 minlen=9 # twice\n"
+                                "password required pam_unix.so minlen=4\n"
+                                "password requisite pam_pwquality.so retry=3\n"
+                                "\n"));
+    PasswordPolicyModule module;
+    int result = 1;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 10)}});
+    });
+    QCOMPARE(result, 0);
+    QCOMPARE(streams.error, QByteArray());
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(ZqlTest::readBytes(CommonPassword),
+             QByteArray("# stack\n"
+                        "password requisite pam_cracklib.so retry=3  difok=3minlen=10\n"
+                        "password requisite pam_pwquality.so minlen=10\n"
+                        "password requisite pam_pwquality.so   # twiceminlen=10\n"
+                        "password required pam_unix.so minlen=4\n"
+                        "password requisite pam_pwquality.so retry=3\n"
+                        "\n"));
+}
+
+// The wanted value is the number even when it is switched off, and 0 when it is absent; a stack
+// that cannot be opened is not repaired and is no failure.
+void PasswordComplexityTest::repairOfUnreadableStackIsSkipped()
+{
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdateExit(0, QByteArray(), &error), qPrintable(error));
+    QVERIFY(QFile::remove(CommonPassword));
+    QVERIFY(QDir().mkdir(CommonPassword));
+    PasswordPolicyModule module;
+    int result = 1;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] { result = module.setComplexity({}); });
+    QVERIFY(QDir().rmdir(CommonPassword));
+    QCOMPARE(result, 0);
+    QCOMPARE(streams.error, QByteArray());
+    QCOMPARE(streams.output, QByteArray());
 }
 
 // An administrator added minlen=8 to the stack by hand. pam-auth-update keeps that local change

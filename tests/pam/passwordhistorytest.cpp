@@ -66,6 +66,8 @@ private Q_SLOTS:
     void profileCannotBeCreated();
     void profileCannotBeWritten();
     void enablingFails();
+    void switchFailure_data();
+    void switchFailure();
 
 private:
     ZqlTest::PamSnapshot m_snapshot;
@@ -351,6 +353,58 @@ void PasswordHistoryTest::enablingFails()
                         "(call pam-auth-update failed)\n"));
     QVERIFY(!QFile::exists(HistoryProfile));
     QCOMPARE(ZqlTest::readBytes(CommonPassword), stack);
+}
+
+void PasswordHistoryTest::switchFailure_data()
+{
+    QTest::addColumn<int>("behaviour");
+    QTest::addColumn<bool>("existingProfile");
+    QTest::addColumn<int>("result");
+    QTest::addColumn<QByteArray>("message");
+
+    const QByteArray removal = "password-policy : Error when deleting previous configuration "
+                               "pam_pwhistory (call pam-auth-update failed)\n";
+    const QByteArray enabling = "password-policy : pam_pwhistory configuration update failed (call "
+                                "pam-auth-update failed)\n";
+    const int hang = int(ZqlTest::PamAuthUpdateBehaviour::Hang);
+    const int crash = int(ZqlTest::PamAuthUpdateBehaviour::Crash);
+    QTest::newRow("removal hangs") << hang << true << 1 << removal;
+    QTest::newRow("removal crashes") << crash << true << 1 << removal;
+    QTest::newRow("enabling hangs") << hang << false << 0 << enabling;
+    QTest::newRow("enabling crashes") << crash << false << 0 << enabling;
+}
+
+// A tool that hangs past the limit or crashes counts as failed; without a limit the module
+// would wait for it as long as it runs.
+void PasswordHistoryTest::switchFailure()
+{
+    QFETCH(int, behaviour);
+    QFETCH(bool, existingProfile);
+    QFETCH(int, result);
+    QFETCH(QByteArray, message);
+    if (existingProfile)
+        QVERIFY(ZqlTest::writeBytes(HistoryProfile, profile("remember=2")));
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdate(ZqlTest::PamAuthUpdateBehaviour(behaviour), &error),
+             qPrintable(error));
+
+    PamToolLimits limits;
+    limits.historySwitchTimeoutMs = 300;
+    PasswordPolicyModule module(limits);
+    int actual = -1;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        actual = module.setHistory({{QStringLiteral("remember"), ZqlTest::pair(true, 9)}});
+    });
+    QCOMPARE(actual, result);
+    QCOMPARE(streams.error, message);
+    QCOMPARE(streams.output, QByteArray());
+    if (existingProfile)
+        QCOMPARE(ZqlTest::readBytes(HistoryProfile), profile("remember=2"));
+    else
+        QVERIFY(!QFile::exists(HistoryProfile));
+    QCOMPARE(ZqlTest::pamAuthUpdateCalls(),
+             QStringList{existingProfile ? QStringLiteral("--package --remove pwhistory --force")
+                                         : QStringLiteral("--package --enable pwhistory --force")});
 }
 
 ZQL_SANDBOXED_TEST_MAIN(PasswordHistoryTest)
