@@ -20,8 +20,8 @@ class ZQLMODULES_EXPORT TesselConfFile : public QObject
     Q_OBJECT
 
 public:
-    /** Who may log in locally. */
-    enum State {
+    /** Who may log in locally. Values outside the four are possible (an int underneath). */
+    enum State : int {
         Unknown = 0, ///< no valid `login_local` line
         All = 1,     ///< everybody
         Admin = 2,   ///< administrators only
