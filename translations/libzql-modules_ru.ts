@@ -107,6 +107,54 @@ a lock-file that provides scripts synchronization</source>
         <source>(not installed)</source>
         <translation>(не установлена)</translation>
     </message>
+    <message>
+        <source>&quot;%1&quot; not contain &quot;pam_tally&quot;</source>
+        <translation>&quot;%1&quot; не содержит &quot;pam_tally&quot;</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; not contain &quot;pam_cracklib or pam_pwquality&quot;</source>
+        <translation>&quot;%1&quot; не содержит &quot;pam_cracklib или pam_pwquality&quot;</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; not contain &quot;pam_pwhistory&quot;</source>
+        <translation>&quot;%1&quot; не содержит &quot;pam_pwhistory&quot;</translation>
+    </message>
+    <message>
+        <source>Both profiles of supported PAM modules do not exist (%1, %2)</source>
+        <translation>Не найден ни один профиль поддерживаемых модулей PAM (%1, %2)</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; not contain &quot;pam_cracklib&quot;</source>
+        <translation>&quot;%1&quot; не содержит &quot;pam_cracklib&quot;</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; not contain &quot;pam_pwquality&quot;</source>
+        <translation>&quot;%1&quot; не содержит &quot;pam_pwquality&quot;</translation>
+    </message>
+    <message>
+        <source>Error when deleting previous configuration pam_pwhistory (call pam-auth-update failed)</source>
+        <translation>Ошибка при удалении прежней конфигурации pam_pwhistory (вызов pam-auth-update завершился неудачно)</translation>
+    </message>
+    <message>
+        <source>Error when deleting previous configuration pam_pwhistory (failed to delete configuration file %1</source>
+        <translation>Ошибка при удалении прежней конфигурации pam_pwhistory (не удалось удалить файл конфигурации %1</translation>
+    </message>
+    <message>
+        <source>Failed to create configuration file %1</source>
+        <translation>Не удалось создать файл конфигурации %1</translation>
+    </message>
+    <message>
+        <source>Failed to write configuration file %1</source>
+        <translation>Не удалось записать файл конфигурации %1</translation>
+    </message>
+    <message>
+        <source>pam_pwhistory configuration update failed (call pam-auth-update failed)</source>
+        <translation>Не удалось обновить конфигурацию pam_pwhistory (вызов pam-auth-update завершился неудачно)</translation>
+    </message>
+    <message>
+        <source>Default password expiration policy will be applied only for new user creation</source>
+        <translation>Политика срока действия паролей по умолчанию будет применяться только к вновь создаваемым пользователям</translation>
+    </message>
 </context>
 <context>
     <name>TesselConfFile</name>
