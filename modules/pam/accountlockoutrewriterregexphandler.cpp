@@ -1,18 +1,14 @@
 #include "accountlockoutrewriterregexphandler.h"
 
 #include "accountlockout_p.h"
+#include "pamoptions_p.h"
 #include "switchednumber_p.h"
 
 #include <QJsonArray>
-#include <QRegExp>
-#include <QStringList>
 
 namespace {
 // Capture 1: the line up to and including the module name; capture 2: its options.
 const QString RewritingPattern = QStringLiteral("(\\s*.*pam_tally\\.so)((?:\\s+\\S+)*)");
-const QString OptionPattern = QStringLiteral("([^=]+)=?(\\d+)?");
-const QRegExp Blanks(QStringLiteral("\\s+"));
-const QString FlagFormat = QStringLiteral(" %1");
 const QString NumberFormat = QStringLiteral(" %1=%2");
 } // namespace
 
@@ -29,19 +25,8 @@ bool RewriterRegExpHandler::handleLine(QByteArray *line)
         return false;
     QString text = regExp().cap(1);
 
-    QRegExp option(OptionPattern);
-    const QStringList options = regExp().cap(2).split(Blanks, Qt::SkipEmptyParts);
-    for (const QString &old : options) {
-        const bool managed = option.indexIn(old) != -1 && (FlagKeys.contains(option.cap(1)) ||
-                                                           NumberKeys.contains(option.cap(1)));
-        if (!managed)
-            text += QLatin1Char(' ') + old;
-    }
-
-    for (const QString &flag : FlagKeys) {
-        if (m_settings.value(flag, false).toBool())
-            text += FlagFormat.arg(flag);
-    }
+    text += PamOptions::foreignOptions(regExp().cap(2), FlagKeys + NumberKeys);
+    text += PamOptions::flagOptions(FlagKeys, m_settings);
     for (const QString &number : NumberKeys) {
         // A number is written when its switch is the JSON boolean true; the array need not
         // hold exactly two elements here.

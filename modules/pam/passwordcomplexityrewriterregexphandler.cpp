@@ -1,20 +1,16 @@
 #include "passwordcomplexityrewriterregexphandler.h"
 
+#include "pamoptions_p.h"
 #include "passwordpolicy_p.h"
 #include "switchednumber_p.h"
 
 #include <QJsonArray>
-#include <QRegExp>
-#include <QStringList>
 
 namespace {
 // Capture 1: the line up to and including ".so"; capture 2: the module name; capture 3: its
 // options.
 const QString RewritingPattern =
     QStringLiteral("(.*(pam_cracklib|pam_pwquality)\\.so)((?:\\s+\\S+)*)");
-const QString OptionPattern = QStringLiteral("([^=]+)=?(\\d+)?");
-const QRegExp Blanks(QStringLiteral("\\s+"));
-const QString FlagFormat = QStringLiteral(" %1");
 const QString NumberFormat = QStringLiteral(" %1=%2");
 } // namespace
 
@@ -31,20 +27,8 @@ bool RewriterRegExpHandler::handleLine(QByteArray *line)
         return false;
     QString text = regExp().cap(1);
 
-    QRegExp option(OptionPattern);
-    const QStringList options = regExp().cap(3).split(Blanks, Qt::SkipEmptyParts);
-    for (const QString &old : options) {
-        const bool managed = option.indexIn(old) != -1 && (FlagKeys.contains(option.cap(1)) ||
-                                                           NumberKeys.contains(option.cap(1)));
-        if (!managed)
-            text += QLatin1Char(' ') + old;
-    }
-
-    for (const QString &flag : FlagKeys) {
-        const auto it = m_settings.constFind(flag);
-        if (it != m_settings.constEnd() && it.value().toBool())
-            text += FlagFormat.arg(flag);
-    }
+    text += PamOptions::foreignOptions(regExp().cap(3), FlagKeys + NumberKeys);
+    text += PamOptions::flagOptions(FlagKeys, m_settings);
     for (const QString &number : NumberKeys) {
         const auto it = m_settings.constFind(number);
         if (it == m_settings.constEnd())

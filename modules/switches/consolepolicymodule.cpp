@@ -14,26 +14,13 @@ ConsolePolicyModule::~ConsolePolicyModule() = default;
 
 SettingsReply ConsolePolicyModule::getSettings()
 {
-    QHash<QString, QVariant> settings;
-    const QStringList scripts = switchScripts(ParameterGroup);
-    for (const QString &script : scripts) {
-        const SwitchState state = getSwitchState(script);
-        if (state.status != 0)
-            return {StatusFailure, {}};
-        settings.insert(script, state.enabled);
-    }
-    return {StatusSuccess, settings};
+    return groupSettings(ParameterGroup);
 }
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the contract takes the settings by value
 bool ConsolePolicyModule::setSettings(QHash<QString, QVariant> settings)
 {
-    const QStringList scripts = switchScripts(ParameterGroup);
-    for (const QString &script : scripts) {
-        if (setSwitchState(script, settings.value(script).toBool()) != 0)
-            return true;
-    }
-    return false;
+    return applyGroupSettings(ParameterGroup, settings);
 }
 
 QString ConsolePolicyModule::getName()

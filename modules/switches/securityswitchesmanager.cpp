@@ -183,3 +183,27 @@ int SecuritySwitchesManager::setSwitchState(const QString &script, bool enable)
     }
     return 0;
 }
+
+SettingsReply SecuritySwitchesManager::groupSettings(bool parameters)
+{
+    QHash<QString, QVariant> settings;
+    const QStringList scripts = switchScripts(parameters);
+    for (const QString &script : scripts) {
+        const SwitchState state = getSwitchState(script);
+        if (state.status != 0)
+            return {ModuleInterface::StatusFailure, {}};
+        settings.insert(script, state.enabled);
+    }
+    return {ModuleInterface::StatusSuccess, settings};
+}
+
+bool SecuritySwitchesManager::applyGroupSettings(bool parameters,
+                                                 const QHash<QString, QVariant> &settings)
+{
+    const QStringList scripts = switchScripts(parameters);
+    for (const QString &script : scripts) {
+        if (setSwitchState(script, settings.value(script).toBool()) != 0)
+            return true;
+    }
+    return false;
+}

@@ -1,11 +1,14 @@
 #ifndef ZQLMODULES_SECURITYSWITCHESMANAGER_H
 #define ZQLMODULES_SECURITYSWITCHESMANAGER_H
 
+#include "moduleinterface.h"
 #include "securityswitchlimits.h"
 #include "zqlmodules_export.h"
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 /**
  * The security switches of this machine: their script names per group, and reading and
@@ -47,6 +50,19 @@ public:
 
     /** Runs the script @p script with "enable" or "disable". @return 0 on success, 1 on failure. */
     int setSwitchState(const QString &script, bool enable);
+
+protected:
+    /**
+     * Reads every switch of a group in its order; stops at the first failure.
+     * @return status 0 and script name to state, or status 1 and an empty hash.
+     */
+    SettingsReply groupSettings(bool parameters);
+    /**
+     * Sets every switch of a group from @p settings in its order (a missing key turns the
+     * switch off); stops at the first failure, leaving earlier switches changed.
+     * @return `true` when a switch could not be set.
+     */
+    bool applyGroupSettings(bool parameters, const QHash<QString, QVariant> &settings);
 
 private:
     QStringList parameterScripts;
