@@ -5,14 +5,19 @@
 #include <zql-modules/modules.h>
 
 namespace {
-// Short waits, so that a hang costs a fraction of a second.
-SecuritySwitchLimits shortLimits()
+// The default waits for what has to succeed, even on a loaded machine; a step that is made to
+// hang gets a short one, so that the hang costs a fraction of a second.
+const int ShortWaitMs = 300;
+
+SecuritySwitchLimits limitsFor(bool monitorHangs, bool scriptHangs)
 {
     SecuritySwitchLimits limits;
-    limits.monitorMs = 300;
-    limits.startMs = 2000;
-    limits.readMs = 300;
-    limits.changeMs = 300;
+    if (monitorHangs)
+        limits.monitorMs = ShortWaitMs;
+    if (scriptHangs) {
+        limits.readMs = ShortWaitMs;
+        limits.changeMs = ShortWaitMs;
+    }
     return limits;
 }
 
@@ -160,7 +165,7 @@ void SecuritySwitchesManagerTest::load()
     if (!json.isNull())
         QVERIFY(m_fixture.setMonitorData(json));
     ZqlTest::OutputCapture capture;
-    const SecuritySwitchesManager manager(shortLimits());
+    const SecuritySwitchesManager manager(limitsFor(false, false));
     capture.finish();
     QCOMPARE(manager.switchScripts(false), console);
     QCOMPARE(manager.switchScripts(true), parameters);
@@ -195,7 +200,7 @@ void SecuritySwitchesManagerTest::monitorFailure()
     else
         QVERIFY(m_fixture.setMonitorBehaviour(behaviour));
     ZqlTest::OutputCapture capture;
-    const SecuritySwitchesManager manager(shortLimits());
+    const SecuritySwitchesManager manager(limitsFor(false, false));
     capture.finish();
     QCOMPARE(capture.standardError(), diagnostic);
     QCOMPARE(capture.standardOutput(), QByteArray());
@@ -209,7 +214,7 @@ void SecuritySwitchesManagerTest::monitorHangIsCut()
     QElapsedTimer timer;
     timer.start();
     ZqlTest::OutputCapture capture;
-    const SecuritySwitchesManager manager(shortLimits());
+    const SecuritySwitchesManager manager(limitsFor(true, false));
     capture.finish();
     QVERIFY2(timer.elapsed() < 5000, "the monitor's limit was not applied");
     QCOMPARE(capture.standardError(), LoadFailed + "lumo-security-monitor finished with error:\n"
@@ -299,7 +304,7 @@ void SecuritySwitchesManagerTest::getSwitchState()
     QFETCH(QByteArray, output);
     QFETCH(QByteArray, diagnostic);
 
-    SecuritySwitchesManager manager(shortLimits());
+    SecuritySwitchesManager manager(limitsFor(false, setup == Hang));
     prepare(setup, script, "is-enabled");
     const QByteArray stateBefore = m_fixture.state(script);
     ZqlTest::OutputCapture capture;
@@ -372,7 +377,7 @@ void SecuritySwitchesManagerTest::setSwitchState()
     QFETCH(QByteArray, output);
     QFETCH(QByteArray, diagnostic);
 
-    SecuritySwitchesManager manager(shortLimits());
+    SecuritySwitchesManager manager(limitsFor(false, setup == Hang));
     prepare(setup, script, enable ? "enable" : "disable");
     ZqlTest::OutputCapture capture;
     QCOMPARE(manager.setSwitchState(script, enable), result);

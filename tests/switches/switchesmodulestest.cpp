@@ -9,16 +9,6 @@
 namespace {
 using Settings = QHash<QString, QVariant>;
 
-SecuritySwitchLimits shortLimits()
-{
-    SecuritySwitchLimits limits;
-    limits.monitorMs = 300;
-    limits.startMs = 2000;
-    limits.readMs = 300;
-    limits.changeMs = 300;
-    return limits;
-}
-
 // Both modules through their two bases, so one table covers them.
 struct Module
 {
@@ -30,11 +20,11 @@ Module makeModule(const QString &name)
 {
     Module module;
     if (name == QLatin1String("console-policy")) {
-        auto *console = new ConsolePolicyModule(shortLimits());
+        auto *console = new ConsolePolicyModule();
         module.owner.reset(console);
         module.manager = console;
     } else {
-        auto *parameters = new SystemParametersModule(shortLimits());
+        auto *parameters = new SystemParametersModule();
         module.owner.reset(parameters);
         module.manager = parameters;
     }
