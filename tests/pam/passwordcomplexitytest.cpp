@@ -88,6 +88,7 @@ private Q_SLOTS:
     void toolFailure();
     void toolWarningIsPassedOn();
     void repairJoinsPiecesLiterally();
+    void repairRemovesASecondMinimumLength();
     void repairOfUnreadableStackIsSkipped();
     void repairsLocallyEditedMinimumLength();
     void roundTrip();
@@ -519,6 +520,24 @@ void PasswordComplexityTest::repairJoinsPiecesLiterally()
                         "password required pam_unix.so minlen=4\n"
                         "password requisite pam_pwquality.so retry=3\n"
                         "\n"));
+}
+
+// A line with minlen twice is repaired even when the first one already holds the wanted value.
+void PasswordComplexityTest::repairRemovesASecondMinimumLength()
+{
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdateExit(0, QByteArray(), &error), qPrintable(error));
+    QVERIFY(ZqlTest::writeBytes(CommonPassword,
+                                "password requisite pam_pwquality.so minlen=8 minlen=9\n"));
+    PasswordPolicyModule module;
+    int result = 1;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 8)}});
+    });
+    QCOMPARE(result, 0);
+    QCOMPARE(streams.error, QByteArray());
+    QCOMPARE(ZqlTest::readBytes(CommonPassword),
+             QByteArray("password requisite pam_pwquality.so  minlen=8\n"));
 }
 
 // The wanted value is the number even when it is switched off, and 0 when it is absent; a stack
