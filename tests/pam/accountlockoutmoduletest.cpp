@@ -8,7 +8,6 @@
 
 #include <QFile>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 
 namespace {
 const QString CommonAuth = QStringLiteral("/etc/pam.d/common-auth");
@@ -270,16 +269,7 @@ void AccountLockoutModuleTest::rewriteLine()
     QFETCH(QByteArray, before);
     QFETCH(Settings, settings);
     QFETCH(QByteArray, after);
-    QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("tally"));
-    QVERIFY(ZqlTest::writeBytes(path, before));
-
-    AccountLockout::RewriterRegExpHandler rewriter(settings);
-    QString errors;
-    QVERIFY(rewriteFileWithHandler(path, rewriter, errors, false));
-    QCOMPARE(errors, QString());
-    QVERIFY(rewriter.found());
-    QCOMPARE(ZqlTest::readBytes(path), after);
+    QCOMPARE(ZqlTest::rewrittenBy<AccountLockout::RewriterRegExpHandler>(settings, before), after);
 }
 
 // The profile is rewritten unchanged, and the missing line is still reported.

@@ -2,6 +2,9 @@
 #define ZQLTEST_PAMTESTSUPPORT_H
 
 #include "outputcapture.h"
+#include "systemfixture.h"
+
+#include <zql-modules/configfileengine.h>
 
 #include <QByteArray>
 #include <QHash>
@@ -9,6 +12,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
+#include <QTemporaryDir>
 #include <QVariant>
 
 // Small helpers shared by the authentication-policy suites.
@@ -41,6 +45,23 @@ inline QVariant pair(bool enabled, qint64 value)
 inline QByteArray json(const QHash<QString, QVariant> &settings)
 {
     return QJsonDocument(QJsonObject::fromVariantHash(settings)).toJson(QJsonDocument::Compact);
+}
+
+// Rewrites @p before, in a scratch file, through a @p Rewriter on @p settings. @return the bytes
+// afterwards, or a null array when the rewrite failed or no line matched.
+template<typename Rewriter>
+QByteArray rewrittenBy(const QHash<QString, QVariant> &settings, const QByteArray &before)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("profile"));
+    if (!writeBytes(path, before))
+        return {};
+    Rewriter rewriter(settings);
+    QString errors;
+    if (!rewriteFileWithHandler(path, rewriter, errors, false) || !errors.isEmpty() ||
+        !rewriter.found())
+        return {};
+    return readBytes(path);
 }
 
 } // namespace ZqlTest

@@ -9,7 +9,6 @@
 #include <QDir>
 #include <QFile>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 
 namespace {
 const QString CommonPassword = QStringLiteral("/etc/pam.d/common-password");
@@ -257,16 +256,8 @@ void PasswordComplexityTest::rewriteLine()
     QFETCH(QByteArray, before);
     QFETCH(Settings, settings);
     QFETCH(QByteArray, after);
-    QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("profile"));
-    QVERIFY(ZqlTest::writeBytes(path, before));
-
-    PasswordComplexity::RewriterRegExpHandler rewriter(settings);
-    QString errors;
-    QVERIFY(rewriteFileWithHandler(path, rewriter, errors, false));
-    QCOMPARE(errors, QString());
-    QVERIFY(rewriter.found());
-    QCOMPARE(ZqlTest::readBytes(path), after);
+    QCOMPARE(ZqlTest::rewrittenBy<PasswordComplexity::RewriterRegExpHandler>(settings, before),
+             after);
 }
 
 void PasswordComplexityTest::setBothProfiles()
