@@ -89,6 +89,7 @@ private Q_SLOTS:
     void repairJoinsPiecesLiterally();
     void repairRemovesASecondMinimumLength();
     void repairOfUnreadableStackIsSkipped();
+    void repairOnAFullFileSystem();
     void repairsLocallyEditedMinimumLength();
     void roundTrip();
 
@@ -546,6 +547,34 @@ void PasswordComplexityTest::repairOfUnreadableStackIsSkipped()
     QCOMPARE(result, 0);
     QCOMPARE(streams.error, QByteArray());
     QCOMPARE(streams.output, QByteArray());
+}
+
+// The repaired stack is written whole or not at all: on a full file system the stack keeps its
+// old bytes and the failure is reported.
+void PasswordComplexityTest::repairOnAFullFileSystem()
+{
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdateExit(0, QByteArray(), &error), qPrintable(error));
+    const QByteArray stack = "password requisite pam_pwquality.so retry=3 minlen=8\n";
+    // A tmpfs of one page, which the stack fills: its new copy cannot be written.
+    const QString pamDir = QStringLiteral("/etc/pam.d");
+    QVERIFY2(ZqlTest::mountTmpfs(pamDir, QStringLiteral("size=4k"), &error), qPrintable(error));
+    QVERIFY(ZqlTest::writeBytes(CommonPassword, stack));
+
+    PasswordPolicyModule module;
+    int result = 0;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        result = module.setComplexity({{QStringLiteral("minlen"), ZqlTest::pair(true, 10)}});
+    });
+    const QByteArray after = ZqlTest::readBytes(CommonPassword);
+    const QStringList left = QDir(pamDir).entryList(QDir::Files | QDir::Hidden);
+    QVERIFY2(ZqlTest::unmount(pamDir, &error), qPrintable(error));
+    QCOMPARE(result, 1);
+    QCOMPARE(streams.error, QByteArray("password-policy : \"/etc/pam.d/common-password\" error 4\n"
+                                       "No space left on device\n"));
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(after, stack);
+    QCOMPARE(left, QStringList{QStringLiteral("common-password")});
 }
 
 // An administrator added minlen=8 to the stack by hand. pam-auth-update keeps that local change
