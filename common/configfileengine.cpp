@@ -1,5 +1,6 @@
 #include "configfileengine.h"
 
+#include "configfileengine_p.h"
 #include "messages_p.h"
 #include "processrunner.h"
 #include "regexphandler.h"
@@ -18,12 +19,6 @@ const char CommentSign = '#';
 QString notExistsMessage(const QFile &file)
 {
     return QObject::tr("\"%1\" not exists").arg(file.fileName());
-}
-
-QString fileErrorMessage(const QFile &file)
-{
-    return QObject::tr("\"%1\" error %2\n%3")
-        .arg(file.fileName(), QString::number(file.error()), file.errorString());
 }
 
 // A line goes to the handler when the part before its first "#" holds anything after trimming
@@ -169,4 +164,21 @@ bool rewriteFileWithHandler(const QString &path, RegExpHandler &handler, QString
 bool copyFile(const QString &source, const QString &target, QString &errors)
 {
     return runProcess(CopyProgram, CopyOptions + QStringList{source, target}, errors);
+}
+
+QString fileErrorMessage(const QFileDevice &file)
+{
+    return QObject::tr("\"%1\" error %2\n%3")
+        .arg(file.fileName(), QString::number(file.error()), file.errorString());
+}
+
+bool commitChecked(QSaveFile &file)
+{
+    // Without a commit the save file throws its temporary copy away when it is destroyed.
+    return file.flush() && file.error() == QFileDevice::NoError && file.commit();
+}
+
+bool saveWhole(QSaveFile &file, const QByteArray &bytes)
+{
+    return file.write(bytes) == bytes.size() && commitChecked(file);
 }

@@ -1,5 +1,7 @@
 #include "tesselconffile.h"
 
+#include "configfileengine_p.h"
+
 #include <zql-modules/filenotexistexception.h>
 #include <zql-modules/openfileexception.h>
 #include <zql-modules/writefileexception.h>
@@ -184,14 +186,7 @@ void TesselConfFile::writeState(const QString &path, State state)
     if (!written)
         out << newLine;
 
-    // A full file system may only show at the flush, and commit() would still report success
-    // with an empty file; check the writes before replacing the file.
     out.flush();
-    if (!output.flush() || output.error() != QFileDevice::NoError) {
-        const QString reason = output.errorString();
-        output.cancelWriting();
-        throw WriteFileException(path, reason);
-    }
-    if (!output.commit())
+    if (!commitChecked(output))
         throw WriteFileException(path, output.errorString());
 }

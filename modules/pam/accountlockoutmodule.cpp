@@ -4,6 +4,7 @@
 #include "accountlockoutreaderregexphandler.h"
 #include "accountlockoutrewriterregexphandler.h"
 #include "configfileengine.h"
+#include "configfileengine_p.h"
 #include "diagnosticstreams_p.h"
 #include "switchednumber_p.h"
 
@@ -30,12 +31,6 @@ const QSet<QString> KnownKeys = {AccountLockout::PerUserKey,  AccountLockout::Ma
 QString notContainMessage()
 {
     return QObject::tr("\"%1\" not contain \"pam_tally\"").arg(TallyProfile);
-}
-
-QString fileErrorMessage(const QFileDevice &file)
-{
-    return QObject::tr("\"%1\" error %2\n%3")
-        .arg(file.fileName(), QString::number(file.error()), file.errorString());
 }
 } // namespace
 
@@ -145,10 +140,6 @@ void AccountLockoutModule::commonAuthUpdate(QHash<QString, QVariant> settings)
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
         return;
     }
-    const QByteArray bytes = lines.join(QLatin1Char('\n')).toUtf8();
-    if (output.write(bytes) != bytes.size() || !output.flush() ||
-        output.error() != QFileDevice::NoError || !output.commit()) {
+    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8()))
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
-        output.cancelWriting();
-    }
 }

@@ -1,6 +1,7 @@
 #include "passwordpolicymodule.h"
 
 #include "configfileengine.h"
+#include "configfileengine_p.h"
 #include "diagnosticstreams_p.h"
 #include "passwordcomplexityreaderregexphandler.h"
 #include "passwordcomplexityrewriterregexphandler.h"
@@ -54,12 +55,6 @@ const QString HistoryProfileTemplate =
                    "\trequisite\t\t\tpam_pwhistory.so use_authtok %1\n"
                    "Password-Initial:\n"
                    "\trequisite\t\t\tpam_pwhistory.so %1\n");
-
-QString fileErrorMessage(const QFileDevice &file)
-{
-    return QObject::tr("\"%1\" error %2\n%3")
-        .arg(file.fileName(), QString::number(file.error()), file.errorString());
-}
 
 // The settings value under @p key as a hash; hosts that built it from JSON may hand a map.
 QHash<QString, QVariant> subHash(const QVariant &value)
@@ -271,11 +266,8 @@ int PasswordPolicyModule::repairMinimumLength(const QHash<QString, QVariant> &se
     QSaveFile output(CommonPassword);
     if (!output.open(QIODevice::WriteOnly))
         return 0;
-    const QByteArray bytes = lines.join(QLatin1Char('\n')).toUtf8();
-    if (output.write(bytes) != bytes.size() || !output.flush() ||
-        output.error() != QFileDevice::NoError || !output.commit()) {
+    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8())) {
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
-        output.cancelWriting();
         return 1;
     }
     return 0;
@@ -327,10 +319,7 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
                    QString::number(SwitchedNumber::number(remember));
     }
 
-    const QByteArray bytes = HistoryProfileTemplate.arg(options).toLocal8Bit();
-    if (profile.write(bytes) < bytes.size() || !profile.flush() ||
-        profile.error() != QFileDevice::NoError || !profile.commit()) {
-        profile.cancelWriting();
+    if (!saveWhole(profile, HistoryProfileTemplate.arg(options).toLocal8Bit())) {
         writeDiagnostic(
             errorStream,
             formatOutput(QObject::tr("Failed to write configuration file %1").arg(HistoryProfile)));

@@ -272,8 +272,10 @@ void UserCreationPolicyModuleTest::roundTrip()
     QVERIFY(ZqlTest::writeBytes(AddUserConf, file));
 
     UserCreationPolicyModule module;
+    bool failed = true;
     const ZqlTest::Streams streams =
-        ZqlTest::captured([&] { QVERIFY(!module.setSettings(module.getSettings().second)); });
+        ZqlTest::captured([&] { failed = module.setSettings(module.getSettings().second); });
+    QVERIFY(!failed);
     QCOMPARE(ZqlTest::readBytes(AddUserConf), afterFirst);
     const SettingsReply first = module.getSettings();
     QVERIFY(!module.setSettings(first.second));
