@@ -107,19 +107,20 @@ ChangeWalk::ChangeWalk(std::string upper, std::vector<std::string> lowers)
     , m_lowers(std::move(lowers))
 {}
 
-bool ChangeWalk::run(std::vector<Change> &changes)
+bool ChangeWalk::run(std::vector<ChangedFile> &files)
 {
-    m_changes.clear();
+    m_files.clear();
     m_failedPath.clear();
     std::vector<size_t> all;
     for (size_t i = 0; i < m_lowers.size(); ++i)
         all.push_back(i);
     if (!walk(std::string(), all, false))
         return false;
-    std::sort(m_changes.begin(), m_changes.end(),
-              [](const Change &a, const Change &b) { return a.path < b.path; });
-    changes = std::move(m_changes);
-    m_changes.clear();
+    std::sort(m_files.begin(), m_files.end(), [](const ChangedFile &a, const ChangedFile &b) {
+        return a.change.path < b.change.path;
+    });
+    files = std::move(m_files);
+    m_files.clear();
     return true;
 }
 
@@ -186,21 +187,21 @@ bool ChangeWalk::walk(const std::string &rel, const std::vector<size_t> &layers,
         const Lower lower = lookup(layers, childRel);
         if (isWhiteout(st)) {
             if (lower.exists)
-                m_changes.push_back({'D', childRel});
+                m_files.push_back({{'D', childRel}, lower.path, std::string()});
         } else if (S_ISDIR(st.st_mode)) {
             if (!lower.exists) {
                 std::vector<std::string> entries;
                 if (listDir(upperPath, entries) && entries.empty())
-                    m_changes.push_back({'A', childRel});
+                    m_files.push_back({{'A', childRel}, std::string(), upperPath});
             } else if (!S_ISDIR(lower.st.st_mode)) {
-                m_changes.push_back({'M', childRel});
+                m_files.push_back({{'M', childRel}, lower.path, upperPath});
             }
             if (!walk(childRel, lowerDirs(layers, childRel), isOpaque(upperPath)))
                 return false;
         } else if (!lower.exists) {
-            m_changes.push_back({'A', childRel});
+            m_files.push_back({{'A', childRel}, std::string(), upperPath});
         } else if (!sameFile(upperPath, st, lower.path, lower.st)) {
-            m_changes.push_back({'M', childRel});
+            m_files.push_back({{'M', childRel}, lower.path, upperPath});
         }
     }
     if (opaque)
@@ -222,7 +223,7 @@ void ChangeWalk::listHidden(const std::string &rel, const std::vector<size_t> &l
             struct stat st;
             const std::string path = m_lowers[layer] + rel + '/' + name;
             if (::lstat(path.c_str(), &st) == 0 && !isWhiteout(st))
-                m_changes.push_back({'D', rel + '/' + name});
+                m_files.push_back({{'D', rel + '/' + name}, path, std::string()});
         }
     }
 }

@@ -25,9 +25,10 @@ public:
     // lowers: the lower layers, topmost first.
     ChangeWalk(std::string upper, std::vector<std::string> lowers);
 
-    // Fills changes, sorted by path ("/etc/foo" for upper/etc/foo). False if the upper layer
-    // could not be read; failedPath() then says where.
-    bool run(std::vector<Change> &changes);
+    // Fills files, sorted by path ("/etc/foo" for upper/etc/foo), each with the upper path
+    // and the lower path it was compared with. False if the upper layer could not be read;
+    // failedPath() then says where.
+    bool run(std::vector<ChangedFile> &files);
     const std::string &failedPath() const;
 
 private:
@@ -46,7 +47,7 @@ private:
 
     std::string m_upper;
     std::vector<std::string> m_lowers;
-    std::vector<Change> m_changes;
+    std::vector<ChangedFile> m_files;
     std::string m_failedPath;
 };
 

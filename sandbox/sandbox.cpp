@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -54,10 +55,12 @@ enum Step : std::int32_t {
     StepChroot,
     StepChdir,
     StepCheckRoot,
+    StepExec,
     StepWaitCommand,
 };
 
-enum RecordType : std::int32_t { RecordFailed = 1, RecordDone = 2 };
+// RecordNotStarted: the command could not be executed (it then exits 127); not a set-up failure.
+enum RecordType : std::int32_t { RecordFailed = 1, RecordDone = 2, RecordNotStarted = 3 };
 
 // Sent over a pipe; small enough for write() to be atomic.
 struct Record
@@ -311,6 +314,7 @@ void takeSignals(SandboxSignals &saved)
     environ = envp;
     ::execvp(argv[0], argv);
     int error = errno;
+    sendRecord(plan, RecordNotStarted, StepExec, 0, error, 0);
     writeString(STDERR_FILENO, plan.execFailure.c_str());
     writeString(STDERR_FILENO, ::strerrordesc_np(error));
     writeString(STDERR_FILENO, "\n");
@@ -569,6 +573,9 @@ std::string describeFailure(const Plan &plan, const std::vector<std::string> &la
         if (!r.error)
             reason = "it is not the sandbox's overlay";
         break;
+    case StepExec:
+        step = "run the command";
+        break;
     case StepWaitCommand:
         step = "wait for the command";
         break;
@@ -726,6 +733,11 @@ void Sandbox::setRecordChanges(bool on)
 bool Sandbox::recordChanges() const
 {
     return m_recordChanges;
+}
+
+void Sandbox::setInspector(Inspector inspector)
+{
+    m_inspector = std::move(inspector);
 }
 
 const std::string &Sandbox::errorString() const
@@ -909,12 +921,15 @@ int Sandbox::run(const std::vector<std::string> &command)
     Record record;
     bool setupFailed = false;
     bool done = false;
+    bool notStarted = false; // exec failed: nothing to inspect
     Record failure{};
     int commandStatus = 0;
     while (!done && readRecord(reportRead.fd, record)) {
         if (record.type == RecordFailed && !setupFailed) {
             setupFailed = true;
             failure = record;
+        } else if (record.type == RecordNotStarted) {
+            notStarted = true;
         } else if (record.type == RecordDone) {
             done = true;
             commandStatus = record.status;
@@ -922,6 +937,7 @@ int Sandbox::run(const std::vector<std::string> &command)
     }
 
     std::string postError;
+    std::exception_ptr inspectorFailure; // thrown again once the sandbox is gone
     if (done && !setupFailed) {
         m_commandRan = true;
         // The namespace is still there: reach its files through the sandbox process's root.
@@ -932,10 +948,22 @@ int Sandbox::run(const std::vector<std::string> &command)
                 lowers.push_back(inside + "/l" + std::to_string(i));
             lowers.push_back(inside + "/host");
             ChangeWalk walk(inside + "/upper", lowers);
-            if (!walk.run(m_changes))
+            std::vector<ChangedFile> files;
+            if (walk.run(files)) {
+                for (const ChangedFile &file : files)
+                    m_changes.push_back(file.change);
+                if (m_inspector && !notStarted) {
+                    try {
+                        m_inspector(files);
+                    } catch (...) {
+                        inspectorFailure = std::current_exception();
+                    }
+                }
+            } else {
                 postError = "examine the upper layer: cannot read " + walk.failedPath();
+            }
         }
-        if (!keep.empty() && postError.empty()) {
+        if (!keep.empty() && postError.empty() && !inspectorFailure) {
             int status = 0;
             if (createKeep && ::mkdir(keep.c_str(), 0700) != 0) {
                 postError = "create keep directory " + keep + ": " + std::strerror(errno);
@@ -952,6 +980,8 @@ int Sandbox::run(const std::vector<std::string> &command)
     m_sandboxPid.store(0); // it is ending now; its pid stays reserved until reaped below
     int childStatus = 0;
     bool reaped = waitFor(child, &childStatus) == child;
+    if (inspectorFailure)
+        std::rethrow_exception(inspectorFailure); // baseDir is removed on the way out
 
     if (setupFailed) {
         m_error = describeFailure(plan, layers, failure);

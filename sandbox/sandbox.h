@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -17,6 +18,20 @@ struct Change
     bool operator==(const Change &other) const { return kind == other.kind && path == other.path; }
     bool operator!=(const Change &other) const { return !(*this == other); }
 };
+
+// One changed path with where its two versions can be read during the inspection.
+struct ChangedFile
+{
+    Change change;
+    std::string before; // what lay below (a lower layer or the real root); empty for 'A'
+    std::string after;  // the new version in the upper layer; empty for 'D'
+};
+
+// Called by run() after the command ended and the change list was computed, while the
+// namespace (and with it the upper layer and lower layers) still exists. Paths are reachable
+// from the caller's process (through /proc/<sandbox pid>/root/...). Only called when the
+// command ran and recordChanges() is on.
+using Inspector = std::function<void(const std::vector<ChangedFile> &files)>;
 
 // A private mount namespace in which "/" is an overlay of the real root (lowest), any extra
 // layers, and an upper layer on a tmpfs that is thrown away afterwards. Nothing the command
@@ -63,6 +78,14 @@ public:
     void setRecordChanges(bool on);
     bool recordChanges() const;
 
+    // Lets the caller look at the changed files, before and after, while the sandbox still
+    // exists (see Inspector). It runs in the caller's process and thread, inside run(); the
+    // paths are gone once run() returns. It is not called when the command could not be
+    // executed (status 127 with a "cannot run" message) or the upper layer could not be read.
+    // An exception it throws is thrown again by run() once the sandbox is cleaned up (the
+    // keep directory is then not written). An empty function turns this off (the default).
+    void setInspector(Inspector inspector);
+
     // Runs command (argv[0] looked up in PATH inside the sandbox) with the caller's
     // environment, standard streams and working directory (or "/" if that directory does
     // not exist inside). Blocks until it ends. Returns its exit status, 128 + the signal
@@ -89,6 +112,7 @@ private:
     std::string m_keepDir;
     std::string m_tmpfsSize = "2g";
     bool m_recordChanges = true;
+    Inspector m_inspector;
     std::string m_error;
     bool m_commandRan = false;
     std::vector<Change> m_changes;

@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <stdexcept>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -73,6 +74,12 @@ QStringList changeLines(const QByteArray &err)
     return lines;
 }
 
+bool existsOnHost(const QString &path)
+{
+    struct stat st;
+    return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
+}
+
 ino_t mountNamespace()
 {
     struct stat st;
@@ -109,6 +116,9 @@ private Q_SLOTS:
     void workingDirectory();
     void sharedDirectory();
     void libraryApi();
+    void inspectorSeesBothVersions();
+    void inspectorNotCalled();
+    void inspectorExceptionAfterCleanUp();
 
 private:
     Outcome run(const QStringList &args, const QString &workingDir = QString(),
@@ -577,6 +587,126 @@ void SandboxTest::libraryApi()
     ZqlSandbox::Sandbox empty;
     QCOMPARE(empty.run({}), ZqlSandbox::Sandbox::ExitSetupFailed);
     QVERIFY(!empty.errorString().empty());
+}
+
+void SandboxTest::inspectorSeesBothVersions()
+{
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    QVERIFY(writeFile(layer.path() + name("inspected"), "before\n"));
+    QVERIFY(writeFile(layer.path() + name("removed"), "removed\n"));
+    const QByteArray real = readAll(RealFile);
+
+    ZqlSandbox::Sandbox sandbox;
+    sandbox.addLayer(layer.path().toStdString());
+    int calls = 0;
+    std::vector<ZqlSandbox::ChangedFile> seen;
+    QStringList read; // "K path [before] [after]", read during the call
+    sandbox.setInspector([&](const std::vector<ZqlSandbox::ChangedFile> &files) {
+        ++calls;
+        seen = files;
+        for (const ZqlSandbox::ChangedFile &file : files) {
+            auto contents = [](const std::string &path) {
+                return path.empty() ? QStringLiteral("-")
+                                    : QString::fromUtf8(readAll(QString::fromStdString(path)));
+            };
+            read << QStringLiteral("%1 %2 [%3] [%4]")
+                        .arg(QString(QLatin1Char(file.change.kind)),
+                             QString::fromStdString(file.change.path), contents(file.before),
+                             contents(file.after));
+        }
+    });
+    const int status = sandbox.run(
+        {"sh", "-c",
+         Guard.toStdString() +
+             (QStringLiteral("echo after > %1; rm %2; echo added > %3; echo more >> %4; "
+                             "exit 3")
+                  .arg(name("inspected"), name("removed"), name("added"), RealFile))
+                 .toStdString()});
+    QCOMPARE(status, 3);
+    QVERIFY(sandbox.errorString().empty());
+    QCOMPARE(calls, 1);
+    QStringList expected{
+        QStringLiteral("M %1 [%2] [%2more\n]").arg(RealFile, QString::fromUtf8(real)),
+        QStringLiteral("A %1 [-] [added\n]").arg(name("added")),
+        QStringLiteral("M %1 [before\n] [after\n]").arg(name("inspected")),
+        QStringLiteral("D %1 [removed\n] [-]").arg(name("removed")),
+    };
+    QCOMPARE(read, expected);
+    std::vector<ZqlSandbox::Change> changes;
+    for (const ZqlSandbox::ChangedFile &file : seen) {
+        changes.push_back(file.change);
+        // Reached through the sandbox process; gone with it.
+        for (const std::string &path : {file.before, file.after}) {
+            if (path.empty())
+                continue;
+            const QString p = QString::fromStdString(path);
+            QVERIFY2(p.startsWith(QStringLiteral("/proc/")) &&
+                         p.endsWith(QString::fromStdString(file.change.path)),
+                     qPrintable(p));
+            QVERIFY2(!existsOnHost(p), qPrintable(p));
+        }
+    }
+    QVERIFY(changes == sandbox.changes());
+    QCOMPARE(readAll(RealFile), real);
+    QVERIFY(!existsOnHost(name("added")));
+}
+
+void SandboxTest::inspectorNotCalled()
+{
+    int calls = 0;
+    auto count = [&calls](const std::vector<ZqlSandbox::ChangedFile> &) { ++calls; };
+
+    ZqlSandbox::Sandbox broken;
+    broken.addLayer("/nonexistent-" + m_tag.toStdString());
+    broken.setInspector(count);
+    QCOMPARE(broken.run({"true"}), ZqlSandbox::Sandbox::ExitSetupFailed);
+    QCOMPARE(calls, 0);
+
+    ZqlSandbox::Sandbox notFound;
+    notFound.setInspector(count);
+    QCOMPARE(notFound.run({"/nonexistent/" + m_tag.toStdString()}), 127);
+    QCOMPARE(calls, 0);
+
+    ZqlSandbox::Sandbox unrecorded;
+    unrecorded.setRecordChanges(false);
+    unrecorded.setInspector(count);
+    QCOMPARE(unrecorded.run({"true"}), 0);
+    QCOMPARE(calls, 0);
+
+    // A command's own 127 is not a failure to start it; an empty inspector is none.
+    ZqlSandbox::Sandbox own;
+    own.setInspector(count);
+    QCOMPARE(own.run({"sh", "-c", "exit 127"}), 127);
+    QCOMPARE(calls, 1);
+    own.setInspector(ZqlSandbox::Inspector());
+    QCOMPARE(own.run({"true"}), 0);
+    QCOMPARE(calls, 1);
+}
+
+void SandboxTest::inspectorExceptionAfterCleanUp()
+{
+    ZqlSandbox::Sandbox sandbox;
+    std::string upper;
+    sandbox.setInspector([&upper](const std::vector<ZqlSandbox::ChangedFile> &files) {
+        upper = files.at(0).after;
+        throw std::runtime_error("inspector failed");
+    });
+    bool thrown = false;
+    try {
+        sandbox.run({"sh", "-c",
+                     Guard.toStdString() +
+                         QStringLiteral("echo x > %1").arg(name("thrown")).toStdString()});
+    } catch (const std::runtime_error &e) {
+        thrown = std::string(e.what()) == "inspector failed";
+    }
+    QVERIFY(thrown);
+    // "/proc/PID/root/tmp/zsb.XXXXXX/upper/etc/...": the process is reaped, the directory gone.
+    const QStringList parts = QString::fromStdString(upper).split(QLatin1Char('/'));
+    QVERIFY2(parts.size() > 6 && parts.at(5).startsWith(QStringLiteral("zsb.")), upper.c_str());
+    QVERIFY(!existsOnHost(QStringLiteral("/proc/") + parts.at(2)));
+    QVERIFY(!existsOnHost(QStringLiteral("/tmp/") + parts.at(5)));
+    QVERIFY(!existsOnHost(name("thrown")));
 }
 
 QTEST_GUILESS_MAIN(SandboxTest)
