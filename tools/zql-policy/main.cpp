@@ -1,0 +1,284 @@
+// zql-policy: exports, checks, previews and applies a whole security policy through the modules
+// of libzql-modules. docs/zql-policy.md describes the commands and docs/policy-format.md the
+// policy document.
+#include "moduleregistry.h"
+#include "policytool.h"
+#include "sandboxedrun.h"
+
+#include <QCoreApplication>
+#include <QFile>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <fcntl.h>
+#include <unistd.h>
+
+using ZqlPolicy::PolicyTool;
+
+namespace {
+
+const char Usage[] =
+    "Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"
+    "Export, check, preview and apply the security policy of this machine through the modules\n"
+    "of libzql-modules. Needs root for everything but list and --help.\n"
+    "\n"
+    "Commands:\n"
+    "  list                      every module: its name key and whether it is available\n"
+    "  get [MODULE]...           the current settings as JSON, with the status of each read\n"
+    "                            (every available module when none is named)\n"
+    "  export [-o FILE] [MODULE]...\n"
+    "                            the policy document of the available modules (or of those\n"
+    "                            named), on standard output or in FILE\n"
+    "  check FILE [--only MODULE]...\n"
+    "                            check a policy document: unknown modules and keys, the\n"
+    "                            modules' own restrictions, control characters; changes nothing\n"
+    "  apply FILE [--only MODULE]... [--dry-run]\n"
+    "                            check, then apply the policy module by module; nothing is\n"
+    "                            applied when the check fails\n"
+    "FILE \"-\" is standard input.\n"
+    "\n"
+    "Options:\n"
+    "  --root-layer DIR    run the command in the system sandbox, over this machine's root with\n"
+    "                      the tree DIR laid on top (the simulated system: sim/layer); may be\n"
+    "                      repeated, later layers lie above earlier ones\n"
+    "  --only MODULE       check and apply only MODULE; may be repeated (or MODULE,MODULE)\n"
+    "  -o, --output FILE   export into FILE instead of standard output\n"
+    "  --dry-run           apply in the sandbox, over a copy-on-write view of this machine's\n"
+    "                      root, and print a unified diff of every file the apply would\n"
+    "                      change; nothing on this machine changes\n"
+    "  -h, --help          show this help\n"
+    "  --version           show the version\n"
+    "\n"
+    "Exit status:\n"
+    "  0    done\n"
+    "  1    a module could not read or apply its settings; the last line on standard error\n"
+    "       names the modules that failed and those applied\n"
+    "  2    the command line is wrong\n"
+    "  3    the policy was refused by the check; nothing was applied\n"
+    "  4    the policy could not be read or the output could not be written\n"
+    "  125  the sandbox could not be set up or examined (--root-layer, --dry-run)\n";
+
+struct CommandLine
+{
+    QString command;
+    QStringList positional;
+    QStringList layers;
+    QStringList only;
+    QString output;
+    QString sourceName;
+    bool dryRun = false;
+    bool help = false;
+    bool version = false;
+};
+
+void message(const QString &text)
+{
+    std::fflush(stdout);
+    std::fputs(QStringLiteral("zql-policy: %1\n").arg(text).toUtf8().constData(), stderr);
+    std::fflush(stderr);
+}
+
+int usageError(const QString &text)
+{
+    message(text);
+    std::fputs("Try 'zql-policy --help'.\n", stderr);
+    return PolicyTool::ExitUsage;
+}
+
+// Accepts "--name VALUE" and "--name=VALUE"; false if args[i] is not this option.
+bool optionValue(const QStringList &args, int &i, const QStringList &names, QString *value,
+                 bool *missing)
+{
+    const QString &arg = args.at(i);
+    for (const QString &name : names) {
+        if (arg == name) {
+            *missing = i + 1 >= args.size();
+            if (!*missing)
+                *value = args.at(++i);
+            return true;
+        }
+        if (name.startsWith(QLatin1String("--")) && arg.startsWith(name + QLatin1Char('='))) {
+            *value = arg.mid(name.size() + 1);
+            *missing = false;
+            return true;
+        }
+    }
+    return false;
+}
+
+// Returns -1 when the command line could be read, else the exit status.
+int parse(const QStringList &args, CommandLine *line)
+{
+    bool optionsEnded = false;
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &arg = args.at(i);
+        QString value;
+        bool missing = false;
+        if (optionsEnded || !arg.startsWith(QLatin1Char('-')) || arg == QLatin1String("-")) {
+            if (line->command.isEmpty())
+                line->command = arg;
+            else
+                line->positional.append(arg);
+        } else if (arg == QLatin1String("--")) {
+            optionsEnded = true;
+        } else if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
+            line->help = true;
+        } else if (arg == QLatin1String("--version")) {
+            line->version = true;
+        } else if (arg == QLatin1String("--dry-run")) {
+            line->dryRun = true;
+        } else if (optionValue(args, i, {QStringLiteral("--root-layer")}, &value, &missing)) {
+            if (missing || value.isEmpty())
+                return usageError(QStringLiteral("--root-layer needs a directory"));
+            line->layers.append(value);
+        } else if (optionValue(args, i, {QStringLiteral("--only")}, &value, &missing)) {
+            if (missing || value.isEmpty())
+                return usageError(QStringLiteral("--only needs a module name"));
+            line->only.append(value.split(QLatin1Char(','), Qt::SkipEmptyParts));
+        } else if (optionValue(args, i, {QStringLiteral("-o"), QStringLiteral("--output")}, &value,
+                               &missing)) {
+            if (missing || value.isEmpty())
+                return usageError(QStringLiteral("%1 needs a file name").arg(arg));
+            line->output = value;
+        } else if (optionValue(args, i, {QStringLiteral("--source-name")}, &value, &missing)) {
+            // Used when this program runs itself in the sandbox: the policy's name in messages.
+            if (missing)
+                return usageError(QStringLiteral("--source-name needs a name"));
+            line->sourceName = value;
+        } else {
+            return usageError(QStringLiteral("unknown option %1").arg(arg));
+        }
+    }
+    return -1;
+}
+
+// Whether the options given fit the command; reports the first one that does not.
+int validate(const CommandLine &line, const PolicyTool &tool)
+{
+    const QString &command = line.command;
+    const bool takesFile = command == QLatin1String("check") || command == QLatin1String("apply");
+    const bool takesModules = command == QLatin1String("get") || command == QLatin1String("export");
+    if (command.isEmpty())
+        return usageError(QStringLiteral("no command given"));
+    if (!takesFile && !takesModules && command != QLatin1String("list"))
+        return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
+    if (!line.only.isEmpty() && !takesFile)
+        return usageError(QStringLiteral("--only is for check and apply"));
+    if (line.dryRun && command != QLatin1String("apply"))
+        return usageError(QStringLiteral("--dry-run is for apply"));
+    if (!line.output.isEmpty() && command != QLatin1String("export"))
+        return usageError(QStringLiteral("--output is for export"));
+    if (command == QLatin1String("list") && !line.positional.isEmpty())
+        return usageError(QStringLiteral("list takes no arguments"));
+    if (takesFile && line.positional.size() != 1)
+        return usageError(QStringLiteral("%1 takes one policy file").arg(command));
+    const QStringList unknown = tool.unknownModules(takesModules ? line.positional : line.only);
+    if (!unknown.isEmpty()) {
+        return usageError(QStringLiteral("unknown module \"%1\" (the modules: %2)")
+                              .arg(unknown.first(), tool.moduleNames().join(QStringLiteral(", "))));
+    }
+    return -1;
+}
+
+// The command once more, in the sandbox: over the layers given, or for a dry run.
+int runSandboxed(const CommandLine &line)
+{
+    ZqlPolicy::SandboxedRun run(line.layers);
+    QStringList arguments{line.command};
+    int policyFd = -1;
+    if (!line.positional.isEmpty() &&
+        (line.command == QLatin1String("check") || line.command == QLatin1String("apply"))) {
+        // The policy is handed over open: the sandbox need not see the caller's path.
+        const QString &fileName = line.positional.first();
+        if (fileName != QLatin1String("-")) {
+            policyFd = ::open(QFile::encodeName(fileName).constData(), O_RDONLY | O_CLOEXEC);
+            if (policyFd < 0) {
+                message(QStringLiteral("cannot read \"%1\": %2")
+                            .arg(fileName, QString::fromLocal8Bit(std::strerror(errno))));
+                return PolicyTool::ExitFileError;
+            }
+            run.setInput(policyFd);
+        }
+        arguments << QStringLiteral("-") << QStringLiteral("--source-name")
+                  << (line.sourceName.isEmpty()
+                          ? (fileName == QLatin1String("-") ? QStringLiteral("standard input")
+                                                            : fileName)
+                          : line.sourceName);
+        for (const QString &module : line.only)
+            arguments << QStringLiteral("--only") << module;
+    } else {
+        arguments << line.positional;
+    }
+    const bool toFile = !line.output.isEmpty() && line.output != QLatin1String("-");
+    run.setCaptureOutput(toFile);
+    run.setDiff(line.dryRun);
+
+    const int status = run.run(arguments);
+    if (policyFd >= 0)
+        ::close(policyFd);
+    if (toFile && status == PolicyTool::ExitSuccess &&
+        !PolicyTool::saveFile(line.output, run.output()))
+        return PolicyTool::ExitFileError;
+    if (line.dryRun &&
+        (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
+        const QStringList changes = run.changes();
+        if (changes.isEmpty()) {
+            message(QStringLiteral("dry run: no file would change; nothing was changed"));
+        } else {
+            message(QStringLiteral("dry run: nothing was changed; the apply would change:\n  %1")
+                        .arg(changes.join(QStringLiteral("\n  "))));
+        }
+    }
+    return status;
+}
+
+int runHere(const CommandLine &line, PolicyTool &tool)
+{
+    if (!line.sourceName.isEmpty())
+        tool.setSourceName(line.sourceName);
+    if (line.command == QLatin1String("list"))
+        return tool.list();
+    if (line.command == QLatin1String("get"))
+        return tool.get(line.positional);
+    if (line.command == QLatin1String("export"))
+        return tool.exportPolicy(line.positional, line.output);
+    if (line.command == QLatin1String("check"))
+        return tool.check(line.positional.first(), line.only);
+    return tool.apply(line.positional.first(), line.only);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    try {
+        QStringList args = QCoreApplication::arguments();
+        args.removeFirst();
+        CommandLine line;
+        const int parsed = parse(args, &line);
+        if (parsed >= 0)
+            return parsed;
+        if (line.help) {
+            std::fputs(Usage, stdout);
+            return PolicyTool::ExitSuccess;
+        }
+        if (line.version) {
+            std::fputs("zql-policy " ZQL_VERSION "\n", stdout);
+            return PolicyTool::ExitSuccess;
+        }
+        const ZqlPolicy::ModuleRegistry registry = ZqlPolicy::ModuleRegistry::libraryModules();
+        PolicyTool tool(registry);
+        const int invalid = validate(line, tool);
+        if (invalid >= 0)
+            return invalid;
+        if (line.dryRun || !line.layers.isEmpty())
+            return runSandboxed(line);
+        return runHere(line, tool);
+    } catch (const std::exception &failure) {
+        message(QStringLiteral("internal error: %1").arg(QString::fromLocal8Bit(failure.what())));
+        return PolicyTool::ExitModuleFailed;
+    }
+}

@@ -1,0 +1,59 @@
+#include "moduleregistry.h"
+
+#include <zql-modules/modules.h>
+
+namespace ZqlPolicy {
+
+ModuleRegistry ModuleRegistry::libraryModules()
+{
+    // The apply order: the defaults for new accounts and the password rules first, then
+    // lockout and who may log in, then the security switches. Each module is independent of
+    // the others; the order only makes a partly applied policy the least surprising one.
+    ModuleRegistry registry;
+    registry.add(QStringLiteral("user-creation-policy"),
+                 [] { return std::make_unique<UserCreationPolicyModule>(); });
+    registry.add(QStringLiteral("password-policy"),
+                 [] { return std::make_unique<PasswordPolicyModule>(); });
+    registry.add(QStringLiteral("account-lockout"),
+                 [] { return std::make_unique<AccountLockoutModule>(); });
+    registry.add(QStringLiteral("login-local"),
+                 [] { return std::make_unique<LoginLocalModule>(); });
+    registry.add(QStringLiteral("console-policy"),
+                 [] { return std::make_unique<ConsolePolicyModule>(); });
+    registry.add(QStringLiteral("system-parameters"),
+                 [] { return std::make_unique<SystemParametersModule>(); });
+    return registry;
+}
+
+ModuleRegistry::ModuleRegistry() = default;
+ModuleRegistry::~ModuleRegistry() = default;
+ModuleRegistry::ModuleRegistry(ModuleRegistry &&) noexcept = default;
+ModuleRegistry &ModuleRegistry::operator=(ModuleRegistry &&) noexcept = default;
+
+void ModuleRegistry::add(const QString &name, Factory factory)
+{
+    m_names.append(name);
+    m_factories.push_back(std::move(factory));
+    m_modules.clear();
+}
+
+const std::vector<std::unique_ptr<ModuleInterface>> &ModuleRegistry::modules() const
+{
+    if (m_modules.empty()) {
+        for (const Factory &factory : m_factories)
+            m_modules.push_back(factory());
+    }
+    return m_modules;
+}
+
+bool ModuleRegistry::contains(const QString &name) const
+{
+    return m_names.contains(name);
+}
+
+QStringList ModuleRegistry::names() const
+{
+    return m_names;
+}
+
+} // namespace ZqlPolicy

@@ -1,0 +1,60 @@
+#ifndef ZQLPOLICY_MODULEREGISTRY_H
+#define ZQLPOLICY_MODULEREGISTRY_H
+
+#include <zql-modules/moduleinterface.h>
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace ZqlPolicy {
+
+/**
+ * Every module the library exports, in the order a policy is applied in. The registry owns the
+ * modules; callers borrow them.
+ *
+ * The modules are constructed on first use, not with the registry: a switches module reads
+ * the security monitor when it is constructed, and a command that runs itself in the sandbox
+ * must not run the monitor of the machine outside it. The names are known without that.
+ */
+class ModuleRegistry
+{
+public:
+    /** Constructs every exported module of the library. */
+    static ModuleRegistry libraryModules();
+
+    /** An empty registry; add() fills it (tests use their own modules). */
+    ModuleRegistry();
+    ~ModuleRegistry();
+    ModuleRegistry(ModuleRegistry &&) noexcept;
+    ModuleRegistry &operator=(ModuleRegistry &&) noexcept;
+
+    using Factory = std::function<std::unique_ptr<ModuleInterface>()>;
+
+    /**
+     * Appends the module named @p name that @p factory makes; its place is its place in the
+     * apply order. The factory's module must have the name key @p name.
+     */
+    void add(const QString &name, Factory factory);
+
+    /** The modules in apply order, constructed now if they were not yet. */
+    const std::vector<std::unique_ptr<ModuleInterface>> &modules() const;
+
+    /** Whether a module has the name key @p name. */
+    bool contains(const QString &name) const;
+
+    /** The name keys in apply order. */
+    QStringList names() const;
+
+private:
+    QStringList m_names;
+    std::vector<Factory> m_factories;
+    mutable std::vector<std::unique_ptr<ModuleInterface>> m_modules;
+};
+
+} // namespace ZqlPolicy
+
+#endif // ZQLPOLICY_MODULEREGISTRY_H

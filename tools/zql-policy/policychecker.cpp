@@ -1,0 +1,175 @@
+#include "policychecker.h"
+
+#include <QVector>
+
+#include <algorithm>
+
+namespace ZqlPolicy {
+
+namespace {
+
+QString characterName(uint code)
+{
+    switch (code) {
+    case 0x00:
+        return QStringLiteral("NUL");
+    case 0x09:
+        return QStringLiteral("tab");
+    case 0x0A:
+        return QStringLiteral("line feed");
+    case 0x0B:
+        return QStringLiteral("vertical tab");
+    case 0x0C:
+        return QStringLiteral("form feed");
+    case 0x0D:
+        return QStringLiteral("carriage return");
+    case 0x1B:
+        return QStringLiteral("escape");
+    case 0x7F:
+        return QStringLiteral("delete");
+    case 0x85:
+        return QStringLiteral("next line");
+    case 0x2028:
+        return QStringLiteral("line separator");
+    case 0x2029:
+        return QStringLiteral("paragraph separator");
+    default:
+        return QStringLiteral("control character");
+    }
+}
+
+bool isRefused(uint code, bool multiLine)
+{
+    if (multiLine && (code == 0x0A || code == 0x09))
+        return false;
+    return code < 0x20 || code == 0x7F || (code >= 0x80 && code <= 0x9F) || code == 0x2028 ||
+           code == 0x2029;
+}
+
+// The first refused character of text: "U+000A (line feed) at character 6", or empty.
+QString findRefused(const QString &text, bool multiLine)
+{
+    const QVector<uint> codes = text.toUcs4();
+    for (int i = 0; i < codes.size(); ++i) {
+        if (isRefused(codes.at(i), multiLine)) {
+            const QString hex =
+                QString::number(codes.at(i), 16).toUpper().rightJustified(4, QLatin1Char('0'));
+            return QStringLiteral("U+%1 (%2) at character %3")
+                .arg(hex, characterName(codes.at(i)))
+                .arg(i + 1);
+        }
+    }
+    return QString();
+}
+
+// Walks value; the first refused character ends the walk with its problem.
+QString walk(const QString &module, const QString &key, const QVariant &value, bool multiLine)
+{
+    const QString tail = QStringLiteral("; a value that ends up in a line-oriented system file "
+                                        "must be one line of printable text");
+    switch (static_cast<QMetaType::Type>(value.userType())) {
+    case QMetaType::QString: {
+        const QString found = findRefused(value.toString(), multiLine);
+        if (!found.isEmpty())
+            return QStringLiteral("%1: \"%2\" holds %3%4").arg(module, key, found, tail);
+        return QString();
+    }
+    case QMetaType::QStringList:
+    case QMetaType::QVariantList: {
+        const QVariantList list = value.toList();
+        for (int i = 0; i < list.size(); ++i) {
+            const QString problem =
+                walk(module, QStringLiteral("%1/%2").arg(key).arg(i), list.at(i), multiLine);
+            if (!problem.isEmpty())
+                return problem;
+        }
+        return QString();
+    }
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantHash: {
+        const QVariantMap map = value.toMap();
+        for (auto member = map.begin(); member != map.end(); ++member) {
+            const QString found = findRefused(member.key(), false);
+            if (!found.isEmpty()) {
+                return QStringLiteral("%1: a key in \"%2\" holds %3%4")
+                    .arg(module, key, found, tail);
+            }
+            const QString problem =
+                walk(module, key + QLatin1Char('/') + member.key(), member.value(), multiLine);
+            if (!problem.isEmpty())
+                return problem;
+        }
+        return QString();
+    }
+    default:
+        return QString();
+    }
+}
+
+} // namespace
+
+PolicyChecker::PolicyChecker(const ModuleRegistry &registry, const QSet<QString> &multiLineTexts)
+    : m_registry(registry)
+    , m_multiLineTexts(multiLineTexts)
+{}
+
+QSet<QString> PolicyChecker::libraryMultiLineTexts()
+{
+    // No module of the library takes a multi-line text yet.
+    return {};
+}
+
+QString PolicyChecker::controlCharacterProblem(const QString &module, const QString &key,
+                                               const QVariant &value, bool multiLine)
+{
+    const QString found = findRefused(key, false);
+    if (!found.isEmpty()) {
+        return QStringLiteral("%1: the key \"%2\" holds %3; a key must be printable text")
+            .arg(module, key, found);
+    }
+    return walk(module, key, value, multiLine);
+}
+
+bool PolicyChecker::check(const PolicyDocument &document, const QStringList &selection,
+                          QStringList *problems, QStringList *checked) const
+{
+    const int problemsBefore = problems->size();
+    for (const QString &name : selection) {
+        if (!document.section(name))
+            problems->append(QStringLiteral("%1: the policy has no settings for it").arg(name));
+    }
+    for (const auto &module : m_registry.modules()) {
+        const QString name = module->getName();
+        const PolicyDocument::Section *section = document.section(name);
+        if (!section || (!selection.isEmpty() && !selection.contains(name)))
+            continue;
+        checked->append(name);
+        if (!module->isAvailable()) {
+            problems->append(QStringLiteral("%1: the module is not available on this machine "
+                                            "(its security mode); leave it out with --only")
+                                 .arg(name));
+            continue;
+        }
+        const QHash<QString, QVariant> &settings = section->settings;
+        QStringList unknown =
+            module->isParametersCorrect(QSet<QString>(settings.keyBegin(), settings.keyEnd()));
+        std::sort(unknown.begin(), unknown.end());
+        for (const QString &key : qAsConst(unknown))
+            problems->append(QStringLiteral("%1: unknown key \"%2\"").arg(name, key));
+
+        QStringList keys = settings.keys();
+        std::sort(keys.begin(), keys.end());
+        for (const QString &key : qAsConst(keys)) {
+            const bool multiLine = m_multiLineTexts.contains(name + QLatin1Char('/') + key);
+            const QString problem =
+                controlCharacterProblem(name, key, settings.value(key), multiLine);
+            if (!problem.isEmpty())
+                problems->append(problem);
+        }
+        if (!module->checkRestrictions(settings))
+            problems->append(QStringLiteral("%1: the module refuses these settings").arg(name));
+    }
+    return problems->size() == problemsBefore;
+}
+
+} // namespace ZqlPolicy

@@ -1,0 +1,262 @@
+#include "policytool.h"
+
+#include "policychecker.h"
+#include "policyjson.h"
+#include "progressreporter.h"
+#include "streamredirection.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+#include <cstdio>
+
+namespace ZqlPolicy {
+
+namespace {
+
+const QString StandardStream = QStringLiteral("-");
+
+void message(const QString &text)
+{
+    std::fflush(stdout);
+    std::fputs(QStringLiteral("zql-policy: %1\n").arg(text).toUtf8().constData(), stderr);
+    std::fflush(stderr);
+}
+
+bool writeOut(const QByteArray &bytes)
+{
+    const size_t size = static_cast<size_t>(bytes.size());
+    const bool ok = std::fwrite(bytes.constData(), 1, size, stdout) == size;
+    return std::fflush(stdout) == 0 && ok;
+}
+
+QString joined(const QStringList &names)
+{
+    return names.join(QStringLiteral(", "));
+}
+
+} // namespace
+
+PolicyTool::PolicyTool(const ModuleRegistry &registry)
+    : m_registry(registry)
+{}
+
+void PolicyTool::setSourceName(const QString &name)
+{
+    m_sourceName = name;
+}
+
+QString PolicyTool::sourceName(const QString &policyFile) const
+{
+    if (!m_sourceName.isEmpty())
+        return m_sourceName;
+    return policyFile == StandardStream ? QStringLiteral("standard input") : policyFile;
+}
+
+QStringList PolicyTool::moduleNames() const
+{
+    return m_registry.names();
+}
+
+QStringList PolicyTool::unknownModules(const QStringList &modules) const
+{
+    QStringList unknown;
+    for (const QString &name : modules) {
+        if (!m_registry.contains(name))
+            unknown.append(name);
+    }
+    return unknown;
+}
+
+int PolicyTool::list()
+{
+    QByteArray text;
+    for (const auto &module : m_registry.modules()) {
+        const QString line = QStringLiteral("%1 %2\n")
+                                 .arg(module->getName(), -22)
+                                 .arg(module->isAvailable() ? QStringLiteral("available")
+                                                            : QStringLiteral("not available"));
+        text += line.toUtf8();
+    }
+    return writeOut(text) ? ExitSuccess : ExitFileError;
+}
+
+int PolicyTool::get(const QStringList &modules)
+{
+    Json result = Json::object();
+    bool failed = false;
+    {
+        // The JSON owns standard output; notes the modules print go to standard error.
+        StreamRedirection notes(2, 1);
+        ProgressReporter progress;
+        for (const auto &module : m_registry.modules()) {
+            const QString name = module->getName();
+            const bool available = module->isAvailable();
+            if (modules.isEmpty() ? !available : !modules.contains(name))
+                continue;
+            Json entry = Json::object();
+            entry["available"] = available;
+            if (available) {
+                progress.start(QStringLiteral("reading %1").arg(name));
+                const SettingsReply reply = module->getSettings();
+                progress.finish();
+                Json settings;
+                QString error;
+                int status = reply.first;
+                if (!PolicyJson::toJson(QVariant(reply.second), settings, &error)) {
+                    message(QStringLiteral("%1: %2").arg(name, error));
+                    settings = Json::object();
+                    status = ModuleInterface::StatusFailure;
+                }
+                entry["status"] = status;
+                entry["settings"] = std::move(settings);
+                failed = failed || status != ModuleInterface::StatusSuccess;
+            }
+            result[name.toStdString()] = std::move(entry);
+        }
+    }
+    if (!writeOut(PolicyJson::dump(result)))
+        return ExitFileError;
+    return failed ? ExitModuleFailed : ExitSuccess;
+}
+
+int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFile)
+{
+    PolicyDocument document;
+    QStringList failed;
+    {
+        StreamRedirection notes(2, 1);
+        ProgressReporter progress;
+        for (const auto &module : m_registry.modules()) {
+            const QString name = module->getName();
+            if (!modules.isEmpty() && !modules.contains(name))
+                continue;
+            if (!module->isAvailable()) {
+                if (!modules.isEmpty()) {
+                    message(QStringLiteral("%1: the module is not available on this machine")
+                                .arg(name));
+                    failed.append(name);
+                }
+                continue;
+            }
+            progress.start(QStringLiteral("reading %1").arg(name));
+            const SettingsReply reply = module->getSettings();
+            progress.finish();
+            if (reply.first != ModuleInterface::StatusSuccess)
+                failed.append(name);
+            else
+                document.addSection(name, reply.second);
+        }
+    }
+    if (!failed.isEmpty()) {
+        message(QStringLiteral("cannot read the settings of %1; nothing was exported")
+                    .arg(joined(failed)));
+        return ExitModuleFailed;
+    }
+    QByteArray text;
+    QString error;
+    if (!document.toText(&text, &error)) {
+        message(QStringLiteral("%1; nothing was exported").arg(error));
+        return ExitModuleFailed;
+    }
+    if (outputFile.isEmpty() || outputFile == StandardStream)
+        return writeOut(text) ? ExitSuccess : ExitFileError;
+
+    return saveFile(outputFile, text) ? ExitSuccess : ExitFileError;
+}
+
+bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)
+{
+    QSaveFile file(fileName);
+    // A full disk can let commit() succeed on a short file: check the writes first.
+    const bool saved = file.open(QIODevice::WriteOnly) && file.write(text) == text.size() &&
+                       file.flush() && file.error() == QFileDevice::NoError && file.commit();
+    if (!saved)
+        message(QStringLiteral("cannot write \"%1\": %2").arg(fileName, file.errorString()));
+    return saved;
+}
+
+bool PolicyTool::readPolicy(const QString &policyFile, QByteArray *text)
+{
+    QFile file(policyFile);
+    const bool opened = policyFile == StandardStream ? file.open(stdin, QIODevice::ReadOnly)
+                                                     : file.open(QIODevice::ReadOnly);
+    if (opened) {
+        *text = file.readAll();
+        if (file.error() == QFileDevice::NoError)
+            return true;
+    }
+    message(
+        QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), file.errorString()));
+    return false;
+}
+
+int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only,
+                              PolicyDocument *document, QStringList *checked)
+{
+    QByteArray text;
+    if (!readPolicy(policyFile, &text))
+        return ExitFileError;
+    const QString source = sourceName(policyFile);
+    QStringList problems;
+    if (document->parse(text, m_registry.names(), &problems))
+        PolicyChecker(m_registry).check(*document, only, &problems, checked);
+    for (const QString &problem : qAsConst(problems))
+        message(QStringLiteral("%1: %2").arg(source, problem));
+    return problems.isEmpty() ? ExitSuccess : ExitRefused;
+}
+
+int PolicyTool::check(const QString &policyFile, const QStringList &only)
+{
+    PolicyDocument document;
+    QStringList checked;
+    const int status = checkedPolicy(policyFile, only, &document, &checked);
+    const QString source = sourceName(policyFile);
+    if (status == ExitRefused)
+        message(QStringLiteral("%1: refused").arg(source));
+    if (status != ExitSuccess)
+        return status;
+    const QString verdict =
+        QStringLiteral("%1: accepted: %2\n")
+            .arg(source, checked.isEmpty() ? QStringLiteral("no module") : joined(checked));
+    return writeOut(verdict.toUtf8()) ? ExitSuccess : ExitFileError;
+}
+
+int PolicyTool::apply(const QString &policyFile, const QStringList &only)
+{
+    PolicyDocument document;
+    QStringList checked;
+    const int status = checkedPolicy(policyFile, only, &document, &checked);
+    const QString source = sourceName(policyFile);
+    if (status == ExitRefused)
+        message(QStringLiteral("%1: refused; nothing was applied").arg(source));
+    if (status != ExitSuccess)
+        return status;
+
+    QStringList applied;
+    QStringList failed;
+    {
+        ProgressReporter progress;
+        for (const auto &module : m_registry.modules()) {
+            const QString name = module->getName();
+            if (!checked.contains(name))
+                continue;
+            progress.start(QStringLiteral("applying %1").arg(name));
+            const bool moduleFailed = module->setSettings(document.section(name)->settings);
+            progress.finish();
+            (moduleFailed ? failed : applied).append(name);
+        }
+    }
+    if (failed.isEmpty()) {
+        message(
+            QStringLiteral("%1: applied: %2")
+                .arg(source, applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
+        return ExitSuccess;
+    }
+    message(QStringLiteral("%1: failed: %2; applied: %3")
+                .arg(source, joined(failed),
+                     applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
+    return ExitModuleFailed;
+}
+
+} // namespace ZqlPolicy

@@ -1,0 +1,94 @@
+#include "progressreporter.h"
+
+#include <QByteArray>
+
+#include <cerrno>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace ZqlPolicy {
+
+namespace {
+
+void writeLine(int fd, const QString &line)
+{
+    const QByteArray bytes = line.toUtf8() + '\n';
+    const char *data = bytes.constData();
+    size_t left = static_cast<size_t>(bytes.size());
+    while (left > 0) {
+        const ssize_t written = ::write(fd, data, left);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return; // a progress line is not worth failing the step for
+        data += written;
+        left -= static_cast<size_t>(written);
+    }
+}
+
+QString seconds(std::chrono::steady_clock::duration elapsed)
+{
+    const double value = std::chrono::duration<double>(elapsed).count();
+    return QString::number(value, 'f', value < 10 ? 1 : 0);
+}
+
+} // namespace
+
+std::chrono::milliseconds ProgressReporter::defaultInterval()
+{
+    const QByteArray setting = qgetenv("ZQL_POLICY_PROGRESS_INTERVAL_MS");
+    bool ok = false;
+    const int value = setting.toInt(&ok);
+    return std::chrono::milliseconds(ok && value > 0 ? value : 5000);
+}
+
+ProgressReporter::ProgressReporter(int fd, std::chrono::milliseconds interval)
+    : m_fd(fd)
+    , m_interval(interval)
+    , m_enabled(::isatty(fd) == 1)
+{}
+
+ProgressReporter::~ProgressReporter()
+{
+    finish();
+}
+
+void ProgressReporter::start(const QString &step)
+{
+    finish();
+    if (!m_enabled)
+        return;
+    m_stop = false;
+    m_thread = std::thread(&ProgressReporter::run, this, step, std::chrono::steady_clock::now());
+}
+
+void ProgressReporter::finish()
+{
+    if (!m_thread.joinable())
+        return;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+void ProgressReporter::run(QString step, std::chrono::steady_clock::time_point begin)
+{
+    bool reported = false;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    auto next = begin + m_interval;
+    while (!m_wake.wait_until(lock, next, [this] { return m_stop; })) {
+        writeLine(m_fd, QStringLiteral("zql-policy: %1: %2 s")
+                            .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
+        reported = true;
+        next += m_interval;
+    }
+    if (reported) {
+        writeLine(m_fd, QStringLiteral("zql-policy: %1: done after %2 s")
+                            .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
+    }
+}
+
+} // namespace ZqlPolicy
