@@ -1,0 +1,787 @@
+// zql-policy end to end: the built program over the simulated system, as an administrator
+// runs it. Every run that should change nothing is checked against the configuration files.
+#include "pamfixture.h"
+#include "testmain.h"
+#include "toolrun.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+
+#include <pty.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+const QString Program = QStringLiteral(ZQL_POLICY);
+const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
+const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
+
+// The files the modules own or touch: configuration under /etc and the PAM profiles, and the
+// simulated tools' state. Backups and pam-auth-update's copies are left out.
+const QStringList WatchedRoots = {QStringLiteral("/etc"), QStringLiteral("/usr/share/pam-configs"),
+                                  QStringLiteral("/var/lib/zql-sim/switches")};
+
+using Snapshot = QMap<QString, QByteArray>;
+
+bool isBackup(const QString &path)
+{
+    return path.endsWith(QLatin1String(".bak")) || path.endsWith(QLatin1String(".pam-old"));
+}
+
+Snapshot configuration()
+{
+    Snapshot files;
+    for (const QString &root : WatchedRoots) {
+        QDirIterator it(root, QDir::Files | QDir::Hidden | QDir::NoSymLinks,
+                        QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QString path = it.next();
+            QFile file(path);
+            if (!isBackup(path) && !path.endsWith(QLatin1String("calls.log")) &&
+                file.open(QIODevice::ReadOnly))
+                files.insert(path, file.readAll());
+        }
+    }
+    return files;
+}
+
+// Lists what differs between two snapshots, for a failure message.
+QString differences(const Snapshot &before, const Snapshot &after)
+{
+    QStringList changed;
+    for (auto it = after.begin(); it != after.end(); ++it) {
+        if (!before.contains(it.key()))
+            changed.append(QStringLiteral("A ") + it.key());
+        else if (before.value(it.key()) != it.value())
+            changed.append(QStringLiteral("M ") + it.key());
+    }
+    for (auto it = before.begin(); it != before.end(); ++it) {
+        if (!after.contains(it.key()))
+            changed.append(QStringLiteral("D ") + it.key());
+    }
+    return changed.join(QLatin1Char(' '));
+}
+
+// Puts the watched files back as they were.
+void restore(const Snapshot &snapshot)
+{
+    const Snapshot now = configuration();
+    for (auto it = now.begin(); it != now.end(); ++it) {
+        if (!snapshot.contains(it.key()))
+            QFile::remove(it.key());
+    }
+    for (auto it = snapshot.begin(); it != snapshot.end(); ++it) {
+        if (now.value(it.key()) != it.value()) {
+            QFile file(it.key());
+            if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+                file.write(it.value());
+        }
+    }
+    QFile::remove(SwitchDir + QStringLiteral("/calls.log"));
+}
+
+struct Run
+{
+    int exitCode = -1;
+    QByteArray out;
+    QByteArray err;
+};
+
+Run run(const QStringList &arguments, const QByteArray &input = QByteArray(),
+        const QStringList &environment = QStringList())
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const QString &setting : environment)
+        env.insert(setting.section(QLatin1Char('='), 0, 0), setting.section(QLatin1Char('='), 1));
+    process.setProcessEnvironment(env);
+    process.start(Program, arguments);
+    Run result;
+    if (!process.waitForStarted(30000))
+        return result;
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(120000)) {
+        process.kill();
+        process.waitForFinished();
+        return result;
+    }
+    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    return result;
+}
+
+QString describe(const Run &result)
+{
+    return QStringLiteral("exit %1\nstdout:\n%2\nstderr:\n%3")
+        .arg(result.exitCode)
+        .arg(QString::fromUtf8(result.out), QString::fromUtf8(result.err));
+}
+
+bool writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+           file.write(bytes) == bytes.size();
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+QByteArray lastLine(const QByteArray &text)
+{
+    const QList<QByteArray> lines = text.trimmed().split('\n');
+    return lines.isEmpty() ? QByteArray() : lines.last();
+}
+
+const QByteArray LoginAll = "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                            " \"login-local\": {\"login_state\": \"all\"}}\n";
+
+} // namespace
+
+class ZqlPolicyTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+
+    void help();
+    void usageErrors_data();
+    void usageErrors();
+    void list();
+    void getPrintsSettingsAndStatus();
+    void getKeepsNotesOffStandardOutput();
+    void exportThenApplyChangesNothing();
+    void exportToFileAndStandardOutputAgree();
+    void checkAcceptsExport();
+    void checkReadsStandardInput();
+    void refused_data();
+    void refused();
+    void applyOnlySelectedModules();
+    void moduleFailureIsNamedInExitAndSummary();
+    void dryRunShowsDiffAndChangesNothing();
+    void dryRunOfRefusedPolicyChangesNothing();
+    void rootLayerRunsOnLayeredSystem();
+    void rootLayerExportToFile();
+    void unreadablePolicy_data();
+    void unreadablePolicy();
+    void exportToUnwritablePlace_data();
+    void exportToUnwritablePlace();
+    void progressOnTerminal();
+    void noProgressWithoutTerminal();
+
+private:
+    QTemporaryDir m_dir;
+    Snapshot m_snapshot;
+    QString path(const char *name) const { return m_dir.filePath(QString::fromUtf8(name)); }
+    QString path(const QString &name) const { return m_dir.filePath(name); }
+};
+
+void ZqlPolicyTest::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    // The target's PAM stack: the simulated pam-auth-update keeps the pam_tally profile, as the
+    // target system's tool does, so the account lockout can be read.
+    QString error;
+    QVERIFY2(ZqlTest::simulatePamAuthUpdate(ZqlTest::PamAuthUpdateBehaviour::Target, &error),
+             qPrintable(error));
+    const ZqlTest::ToolRun regenerate =
+        ZqlTest::runTool(QStringLiteral("pam-auth-update"), {QStringLiteral("--package")});
+    QVERIFY2(regenerate.succeeded(), qPrintable(regenerate.describe()));
+
+    // One apply puts every file into the modules' own form (the line layout they write); the
+    // tests start from there.
+    const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("start.json")});
+    QVERIFY2(exported.exitCode == 0, qPrintable(describe(exported)));
+    const Run applied = run({QStringLiteral("apply"), path("start.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    m_snapshot = configuration();
+}
+
+void ZqlPolicyTest::init()
+{
+    restore(m_snapshot);
+}
+
+void ZqlPolicyTest::cleanup()
+{
+    restore(m_snapshot);
+}
+
+void ZqlPolicyTest::help()
+{
+    const Run result = run({QStringLiteral("--help")});
+    QCOMPARE(result.exitCode, 0);
+    QVERIFY(
+        result.out.startsWith("Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"));
+    QVERIFY(result.out.contains("\nExit status:\n  0    done\n"));
+    QVERIFY(
+        result.out.contains("  3    the policy was refused by the check; nothing was applied\n"));
+    QCOMPARE(result.err, QByteArray());
+}
+
+void ZqlPolicyTest::usageErrors_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<QByteArray>("message");
+
+    const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
+                               "login-local, console-policy, system-parameters";
+    QTest::newRow("no command") << QStringList() << QByteArray("no command given");
+    QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
+                                     << QByteArray("unknown command \"frobnicate\"");
+    QTest::newRow("unknown option")
+        << QStringList{QStringLiteral("list"), QStringLiteral("--bogus")}
+        << QByteArray("unknown option --bogus");
+    QTest::newRow("unknown module")
+        << QStringList{QStringLiteral("get"), QStringLiteral("nosuch")}
+        << QByteArray("unknown module \"nosuch\" (the modules: " + modules + ")");
+    QTest::newRow("unknown module in --only")
+        << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only"),
+                       QStringLiteral("login-local,nosuch")}
+        << QByteArray("unknown module \"nosuch\" (the modules: " + modules + ")");
+    QTest::newRow("check without file")
+        << QStringList{QStringLiteral("check")} << QByteArray("check takes one policy file");
+    QTest::newRow("apply with two files")
+        << QStringList{QStringLiteral("apply"), QStringLiteral("a"), QStringLiteral("b")}
+        << QByteArray("apply takes one policy file");
+    QTest::newRow("list with arguments") << QStringList{QStringLiteral("list"), QStringLiteral("x")}
+                                         << QByteArray("list takes no arguments");
+    QTest::newRow("--only on list")
+        << QStringList{QStringLiteral("list"), QStringLiteral("--only"), QStringLiteral("audit")}
+        << QByteArray("--only is for check and apply");
+    QTest::newRow("--only without name")
+        << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only")}
+        << QByteArray("--only needs a module name");
+    QTest::newRow("--dry-run on export")
+        << QStringList{QStringLiteral("export"), QStringLiteral("--dry-run")}
+        << QByteArray("--dry-run is for apply");
+    QTest::newRow("--dry-run on check")
+        << QStringList{QStringLiteral("check"), QStringLiteral("p.json"),
+                       QStringLiteral("--dry-run")}
+        << QByteArray("--dry-run is for apply");
+    QTest::newRow("--output on get")
+        << QStringList{QStringLiteral("get"), QStringLiteral("-o"), QStringLiteral("x")}
+        << QByteArray("--output is for export");
+    QTest::newRow("-o without file") << QStringList{QStringLiteral("export"), QStringLiteral("-o")}
+                                     << QByteArray("-o needs a file name");
+    QTest::newRow("--root-layer without directory")
+        << QStringList{QStringLiteral("list"), QStringLiteral("--root-layer")}
+        << QByteArray("--root-layer needs a directory");
+}
+
+void ZqlPolicyTest::usageErrors()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(QByteArray, message);
+
+    const Run result = run(arguments);
+    QCOMPARE(result.exitCode, 2);
+    QCOMPARE(result.out, QByteArray());
+    QCOMPARE(result.err, "zql-policy: " + message + "\nTry 'zql-policy --help'.\n");
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::list()
+{
+    const Run result = run({QStringLiteral("list")});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.out, QByteArray("user-creation-policy   available\n"
+                                    "password-policy        available\n"
+                                    "account-lockout        available\n"
+                                    "login-local            available\n"
+                                    "console-policy         available\n"
+                                    "system-parameters      available\n"));
+}
+
+void ZqlPolicyTest::getPrintsSettingsAndStatus()
+{
+    const Run result = run(
+        {QStringLiteral("get"), QStringLiteral("login-local"), QStringLiteral("account-lockout")});
+    QCOMPARE(result.exitCode, 0);
+    // In apply order, whatever order they were named in.
+    QCOMPARE(result.out, QByteArray("{\n"
+                                    "    \"account-lockout\": {\n"
+                                    "        \"available\": true,\n"
+                                    "        \"status\": 0,\n"
+                                    "        \"settings\": {\n"
+                                    "            \"deny\": [true, 5],\n"
+                                    "            \"lock_time\": [false, 0],\n"
+                                    "            \"magic_root\": false,\n"
+                                    "            \"no_reset\": false,\n"
+                                    "            \"per_user\": false,\n"
+                                    "            \"unlock_time\": [true, 900]\n"
+                                    "        }\n"
+                                    "    },\n"
+                                    "    \"login-local\": {\n"
+                                    "        \"available\": true,\n"
+                                    "        \"status\": 0,\n"
+                                    "        \"settings\": {\n"
+                                    "            \"login_state\": \"admin\"\n"
+                                    "        }\n"
+                                    "    }\n"
+                                    "}\n"));
+
+    // A read that fails: status 1, the module's own message, exit 1.
+    QVERIFY(QFile::remove(TesselConf));
+    const Run failed = run({QStringLiteral("get"), QStringLiteral("login-local")});
+    QCOMPARE(failed.exitCode, 1);
+    QCOMPARE(failed.out, QByteArray("{\n"
+                                    "    \"login-local\": {\n"
+                                    "        \"available\": true,\n"
+                                    "        \"status\": 1,\n"
+                                    "        \"settings\": {}\n"
+                                    "    }\n"
+                                    "}\n"));
+    QVERIFY2(failed.err.startsWith("login-local : "), failed.err.constData());
+}
+
+void ZqlPolicyTest::getKeepsNotesOffStandardOutput()
+{
+    // A switch script that remarks on standard error: the module passes the remark on as a
+    // note, which must not end up inside the JSON.
+    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.warning"), "a remark\n"));
+    const Run result = run({QStringLiteral("get"), QStringLiteral("console-policy")});
+    QCOMPARE(result.exitCode, 0);
+    QJsonParseError error;
+    const QJsonDocument json = QJsonDocument::fromJson(result.out, &error);
+    QVERIFY2(error.error == QJsonParseError::NoError, result.out.constData());
+    QCOMPARE(json.object()
+                 .value(QStringLiteral("console-policy"))
+                 .toObject()
+                 .value(QStringLiteral("status"))
+                 .toInt(-1),
+             0);
+    QVERIFY2(result.err.contains("a remark"), result.err.constData());
+}
+
+void ZqlPolicyTest::exportThenApplyChangesNothing()
+{
+    const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("p.json")});
+    QCOMPARE(exported.exitCode, 0);
+    QCOMPARE(exported.out, QByteArray());
+    const QByteArray policy = readFile(path("p.json"));
+    QVERIFY(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"));
+    QVERIFY(policy.contains("\"deny\": [true, 5]"));
+
+    const Run applied = run({QStringLiteral("apply"), path("p.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QCOMPARE(lastLine(applied.err),
+             QByteArray(
+                 "zql-policy: " + path("p.json").toUtf8() +
+                 ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
+                 "console-policy, system-parameters"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+
+    // And the policy read back is the one applied.
+    const Run again = run({QStringLiteral("export")});
+    QCOMPARE(again.exitCode, 0);
+    QCOMPARE(again.out, policy);
+}
+
+void ZqlPolicyTest::exportToFileAndStandardOutputAgree()
+{
+    const Run toFile = run({QStringLiteral("export"), QStringLiteral("--output=") + path("f.json"),
+                            QStringLiteral("login-local"), QStringLiteral("account-lockout")});
+    QCOMPARE(toFile.exitCode, 0);
+    const Run toOutput = run({QStringLiteral("export"), QStringLiteral("account-lockout"),
+                              QStringLiteral("login-local")});
+    QCOMPARE(toOutput.exitCode, 0);
+    QCOMPARE(readFile(path("f.json")), toOutput.out);
+    QCOMPARE(toOutput.out, QByteArray("{\n"
+                                      "    \"format\": \"zql-policy\",\n"
+                                      "    \"version\": 1,\n"
+                                      "    \"account-lockout\": {\n"
+                                      "        \"deny\": [true, 5],\n"
+                                      "        \"lock_time\": [false, 0],\n"
+                                      "        \"magic_root\": false,\n"
+                                      "        \"no_reset\": false,\n"
+                                      "        \"per_user\": false,\n"
+                                      "        \"unlock_time\": [true, 900]\n"
+                                      "    },\n"
+                                      "    \"login-local\": {\n"
+                                      "        \"login_state\": \"admin\"\n"
+                                      "    }\n"
+                                      "}\n"));
+}
+
+void ZqlPolicyTest::checkAcceptsExport()
+{
+    QVERIFY(run({QStringLiteral("export"), QStringLiteral("-o"), path("c.json")}).exitCode == 0);
+    const Run result = run({QStringLiteral("check"), path("c.json")});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.out,
+             (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
+                                              "account-lockout, login-local, console-policy, "
+                                              "system-parameters\n"))
+                 .toUtf8());
+    QCOMPARE(result.err, QByteArray());
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+    // The switches modules read their switches when they are made; nothing was switched.
+    const QByteArray calls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+}
+
+void ZqlPolicyTest::checkReadsStandardInput()
+{
+    const Run result = run({QStringLiteral("check"), QStringLiteral("-")}, LoginAll);
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.out, QByteArray("standard input: accepted: login-local\n"));
+}
+
+void ZqlPolicyTest::refused_data()
+{
+    QTest::addColumn<QByteArray>("policy");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("problems");
+
+    const QByteArray head = "{\"format\": \"zql-policy\", \"version\": 1, ";
+    QTest::newRow("unknown key")
+        << head + "\"login-local\": {\"login_state\": \"all\", \"colour\": \"red\"}}"
+        << QStringList() << QByteArray("login-local: unknown key \"colour\"\n");
+    QTest::newRow("line feed in a value")
+        << head + "\"login-local\": {\"login_state\": \"all\\nauth sufficient pam_permit.so\"}}"
+        << QStringList()
+        << QByteArray("login-local: \"login_state\" holds U+000A (line feed) at character 4; a "
+                      "value that ends up in a line-oriented system file must be one line of "
+                      "printable text\n");
+    QTest::newRow("carriage return in a nested value")
+        << head + "\"password-policy\": {\"complexity\": {\"note\": \"a\\rb\"}}}" << QStringList()
+        << QByteArray("password-policy: \"complexity/note\" holds U+000D (carriage return) at "
+                      "character 2; a value that ends up in a line-oriented system file must be "
+                      "one line of printable text\n");
+    QTest::newRow("unknown module")
+        << head + "\"firewall\": {}}" << QStringList()
+        << QByteArray("\"firewall\" is not a module of this library (the modules: "
+                      "user-creation-policy, password-policy, account-lockout, login-local, "
+                      "console-policy, system-parameters)\n");
+    QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
+                                  << QStringList()
+                                  << QByteArray("\"format\" is \"other\", not \"zql-policy\"\n");
+    QTest::newRow("newer version")
+        << QByteArray("{\"format\": \"zql-policy\", \"version\": 2}") << QStringList()
+        << QByteArray("\"version\" is 2; this program reads version 1\n");
+    QTest::newRow("not JSON") << QByteArray("deny=5\n") << QStringList()
+                              << QByteArray("not a JSON document: parse error at line 1, column 1: "
+                                            "syntax error while parsing value - invalid literal; "
+                                            "last read: 'd'\n");
+    QTest::newRow("a module twice")
+        << head + "\"login-local\": {\"login_state\": \"all\"}, \"login-local\": {}}"
+        << QStringList()
+        << QByteArray("not a JSON document: the key \"login-local\" appears twice\n");
+    QTest::newRow("settings not an object")
+        << head + "\"login-local\": \"all\"}" << QStringList()
+        << QByteArray("login-local: the settings must be a JSON object, not string\n");
+    QTest::newRow("selected module without settings")
+        << head + "\"login-local\": {\"login_state\": \"all\"}}"
+        << QStringList{QStringLiteral("--only"), QStringLiteral("account-lockout")}
+        << QByteArray("account-lockout: the policy has no settings for it\n");
+    QTest::newRow("one bad module refuses the whole policy")
+        << head + "\"login-local\": {\"login_state\": \"all\"}, "
+                  "\"account-lockout\": {\"deny\": [true, 3], \"denny\": [true, 3]}}"
+        << QStringList() << QByteArray("account-lockout: unknown key \"denny\"\n");
+}
+
+void ZqlPolicyTest::refused()
+{
+    QFETCH(QByteArray, policy);
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, problems);
+
+    QVERIFY(writeFile(path("bad.json"), policy));
+    const QByteArray prefix = "zql-policy: " + path("bad.json").toUtf8() + ": ";
+    QByteArray expectedProblems;
+    for (const QByteArray &line : problems.split('\n')) {
+        if (!line.isEmpty())
+            expectedProblems += prefix + line + '\n';
+    }
+    const QStringList calls = ZqlTest::pamAuthUpdateCalls();
+
+    const Run checked = run(QStringList{QStringLiteral("check"), path("bad.json")} + options);
+    QCOMPARE(checked.exitCode, 3);
+    QCOMPARE(checked.out, QByteArray());
+    QCOMPARE(checked.err, expectedProblems + prefix + "refused\n");
+
+    const Run applied = run(QStringList{QStringLiteral("apply"), path("bad.json")} + options);
+    QCOMPARE(applied.exitCode, 3);
+    QCOMPARE(applied.out, QByteArray());
+    QCOMPARE(applied.err, expectedProblems + prefix + "refused; nothing was applied\n");
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+    QCOMPARE(ZqlTest::pamAuthUpdateCalls(), calls);
+    const QByteArray switchCalls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!switchCalls.contains(" enable") && !switchCalls.contains(" disable"),
+             switchCalls.constData());
+}
+
+void ZqlPolicyTest::applyOnlySelectedModules()
+{
+    QVERIFY(writeFile(path("two.json"), "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                        " \"login-local\": {\"login_state\": \"no\"},\n"
+                                        " \"console-policy\": {\"console-tty-lock\": false}}\n"));
+    const Run result = run({QStringLiteral("apply"), path("two.json"), QStringLiteral("--only"),
+                            QStringLiteral("login-local")});
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    QCOMPARE(lastLine(result.err),
+             QByteArray("zql-policy: " + path("two.json").toUtf8() + ": applied: login-local"));
+    QVERIFY(readFile(TesselConf).contains("\nlogin_local no\n"));
+    // No switch was turned.
+    const QByteArray calls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+}
+
+void ZqlPolicyTest::moduleFailureIsNamedInExitAndSummary()
+{
+    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable exit 3\n"));
+    QVERIFY(writeFile(path("fail.json"), "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                         " \"login-local\": {\"login_state\": \"no\"},\n"
+                                         " \"console-policy\": {\"console-tty-lock\": false},\n"
+                                         " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
+    const Run result = run({QStringLiteral("apply"), path("fail.json")});
+    QCOMPARE(result.exitCode, 1);
+    QVERIFY2(result.err.contains("\"/usr/sbin/console-tty-lock disable\". Exit code: 3."),
+             result.err.constData());
+    // The switch module's own message does not end its line; the summary still ends stderr.
+    QVERIFY2(result.err.endsWith("zql-policy: " + path("fail.json").toUtf8() +
+                                 ": failed: console-policy; applied: login-local, "
+                                 "system-parameters\n"),
+             result.err.constData());
+    // The modules after the failed one were still applied.
+    QCOMPARE(readFile(SwitchDir + QStringLiteral("/param-swap-wipe.state")),
+             QByteArray("enabled\n"));
+}
+
+void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()
+{
+    QVERIFY(writeFile(path("all.json"), LoginAll));
+    const Run result =
+        run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")});
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    QCOMPARE(result.out, QByteArray("diff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf\n"
+                                    "--- a/etc/tessel/tessel.conf\n"
+                                    "+++ b/etc/tessel/tessel.conf\n"
+                                    "@@ -6,6 +6,6 @@\n"
+                                    " zero_if_notfound yes\n"
+                                    " \n"
+                                    " # login_local no\n"
+                                    "-login_local admin\n"
+                                    "+login_local all\n"
+                                    " \n"
+                                    " max_ilev 63\n"));
+    QCOMPARE(result.err,
+             QByteArray("zql-policy: " + path("all.json").toUtf8() +
+                        ": applied: login-local\n"
+                        "zql-policy: dry run: nothing was changed; the apply would change:\n"
+                        "  M /etc/tessel/tessel.conf\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::dryRunOfRefusedPolicyChangesNothing()
+{
+    QVERIFY(writeFile(path("lf.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
+                                       "\"login-local\": {\"login_state\": \"a\\nb\"}}"));
+    const Run result = run({QStringLiteral("apply"), QStringLiteral("--dry-run"), path("lf.json")});
+    QCOMPARE(result.exitCode, 3);
+    QCOMPARE(result.out, QByteArray());
+    QVERIFY2(result.err.endsWith(": refused; nothing was applied\n"), result.err.constData());
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::rootLayerRunsOnLayeredSystem()
+{
+    // A layer of its own: a system where nobody may log in locally.
+    QVERIFY(QDir().mkpath(path("layer/etc/tessel")));
+    QVERIFY(writeFile(path("layer/etc/tessel/tessel.conf"), "login_local no\n"));
+    const QString layer = path("layer");
+
+    const Run got = run({QStringLiteral("--root-layer"), layer, QStringLiteral("get"),
+                         QStringLiteral("login-local")});
+    QVERIFY2(got.exitCode == 0, qPrintable(describe(got)));
+    QVERIFY2(got.out.contains("\"login_state\": \"no\""), got.out.constData());
+
+    QVERIFY(writeFile(path("all.json"), LoginAll));
+    const Run applied =
+        run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--root-layer=") + layer});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QCOMPARE(applied.err,
+             QByteArray("zql-policy: " + path("all.json").toUtf8() + ": applied: login-local\n"));
+    // Neither the layer nor the system outside the sandbox changed.
+    QCOMPARE(readFile(path("layer/etc/tessel/tessel.conf")), QByteArray("login_local no\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+
+    const Run missing =
+        run({QStringLiteral("--root-layer"), path("nowhere"), QStringLiteral("list")});
+    QCOMPARE(missing.exitCode, 125);
+    QVERIFY2(missing.err.startsWith("zql-policy: the sandbox failed: "), missing.err.constData());
+}
+
+void ZqlPolicyTest::rootLayerExportToFile()
+{
+    QVERIFY(QDir().mkpath(path("layer2/etc/tessel")));
+    QVERIFY(writeFile(path("layer2/etc/tessel/tessel.conf"), "login_local no\n"));
+    const Run result =
+        run({QStringLiteral("--root-layer"), path("layer2"), QStringLiteral("export"),
+             QStringLiteral("-o"), path("layered.json"), QStringLiteral("login-local")});
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    QCOMPARE(result.out, QByteArray());
+    QCOMPARE(readFile(path("layered.json")), QByteArray("{\n"
+                                                        "    \"format\": \"zql-policy\",\n"
+                                                        "    \"version\": 1,\n"
+                                                        "    \"login-local\": {\n"
+                                                        "        \"login_state\": \"no\"\n"
+                                                        "    }\n"
+                                                        "}\n"));
+}
+
+void ZqlPolicyTest::unreadablePolicy_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<bool>("dryRun");
+    QTest::newRow("check") << QStringLiteral("check") << false;
+    QTest::newRow("apply") << QStringLiteral("apply") << false;
+    QTest::newRow("apply --dry-run") << QStringLiteral("apply") << true;
+}
+
+void ZqlPolicyTest::unreadablePolicy()
+{
+    QFETCH(QString, command);
+    QFETCH(bool, dryRun);
+
+    QStringList arguments{command, path("absent.json")};
+    if (dryRun)
+        arguments << QStringLiteral("--dry-run");
+    const Run missing = run(arguments);
+    QCOMPARE(missing.exitCode, 4);
+    QCOMPARE(missing.out, QByteArray());
+    QCOMPARE(missing.err, QByteArray("zql-policy: cannot read \"" + path("absent.json").toUtf8() +
+                                     "\": No such file or directory\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::exportToUnwritablePlace_data()
+{
+    QTest::addColumn<QString>("target");
+    QTest::addColumn<QByteArray>("reason");
+    QTest::newRow("missing directory")
+        << QStringLiteral("/nonexistent-dir/p.json") << QByteArray("No such file or directory");
+    QTest::newRow("full file system")
+        << QStringLiteral("full/p.json") << QByteArray("No space left on device");
+}
+
+void ZqlPolicyTest::exportToUnwritablePlace()
+{
+    QFETCH(QString, target);
+    QFETCH(QByteArray, reason);
+
+    QString file = target;
+    if (target.startsWith(QLatin1String("full/"))) {
+        // A tmpfs too small for the policy.
+        QVERIFY(QDir().mkpath(path("full")));
+        QVERIFY(::mount("tmpfs", QFile::encodeName(path("full")).constData(), "tmpfs", 0,
+                        "size=4k") == 0);
+        file = path(target);
+        QVERIFY(writeFile(file, "the old export\n"));
+    }
+    const Run result = run({QStringLiteral("export"), QStringLiteral("-o"), file});
+    if (target.startsWith(QLatin1String("full/"))) {
+        const QByteArray kept = readFile(file);
+        ::umount(QFile::encodeName(path("full")).constData());
+        // The old file is kept whole.
+        QCOMPARE(kept, QByteArray("the old export\n"));
+    }
+    QCOMPARE(result.exitCode, 4);
+    QCOMPARE(result.out, QByteArray());
+    QVERIFY2(
+        result.err.startsWith(QByteArray("zql-policy: cannot write \"" + file.toUtf8() + "\": ")),
+        result.err.constData());
+    QVERIFY2(result.err.contains(reason), result.err.constData());
+}
+
+namespace {
+
+// Runs the program with both output streams on a terminal; returns what the terminal showed.
+QByteArray runOnTerminal(const QStringList &arguments, int *exitCode)
+{
+    int master = -1;
+    const pid_t child = ::forkpty(&master, nullptr, nullptr, nullptr);
+    if (child < 0)
+        return QByteArray();
+    if (child == 0) {
+        QVector<QByteArray> storage{QFile::encodeName(Program)};
+        for (const QString &argument : arguments)
+            storage.append(argument.toUtf8());
+        QVector<char *> argv;
+        for (QByteArray &argument : storage)
+            argv.append(argument.data());
+        argv.append(nullptr);
+        ::setenv("ZQL_POLICY_PROGRESS_INTERVAL_MS", "200", 1);
+        ::execv(argv.first(), argv.data());
+        ::_exit(127);
+    }
+    QByteArray shown;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t got = ::read(master, buffer, sizeof buffer);
+        if (got <= 0)
+            break; // EIO once the child has closed the terminal
+        shown.append(buffer, static_cast<int>(got));
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(master);
+    *exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return shown;
+}
+
+} // namespace
+
+void ZqlPolicyTest::progressOnTerminal()
+{
+    // A switch that takes a second to turn: the step shows its elapsed time, then that it ended.
+    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable delay 1\n"));
+    QVERIFY(writeFile(path("slow.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
+                                         "\"console-policy\": {\"console-tty-lock\": false}}"));
+    int exitCode = -1;
+    const QByteArray shown = runOnTerminal({QStringLiteral("apply"), path("slow.json")}, &exitCode);
+    QCOMPARE(exitCode, 0);
+    const QRegularExpression progress(
+        QStringLiteral("^zql-policy: applying console-policy: \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(progress.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    const QRegularExpression done(
+        QStringLiteral("^zql-policy: applying console-policy: done after \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(done.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    QCOMPARE(readFile(SwitchDir + QStringLiteral("/console-tty-lock.state")),
+             QByteArray("disabled\n"));
+}
+
+void ZqlPolicyTest::noProgressWithoutTerminal()
+{
+    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable delay 1\n"));
+    QVERIFY(writeFile(path("slow.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
+                                         "\"console-policy\": {\"console-tty-lock\": false}}"));
+    const Run result = run({QStringLiteral("apply"), path("slow.json")}, QByteArray(),
+                           {QStringLiteral("ZQL_POLICY_PROGRESS_INTERVAL_MS=200")});
+    QCOMPARE(result.exitCode, 0);
+    QCOMPARE(result.err, QByteArray("zql-policy: " + path("slow.json").toUtf8() +
+                                    ": applied: console-policy\n"));
+}
+
+ZQL_SANDBOXED_TEST_MAIN(ZqlPolicyTest)
+#include "zqlpolicytest.moc"
