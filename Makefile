@@ -2,6 +2,8 @@
 #   make test            install what is missing, configure, build, run the whole suite
 #   make test-sanitize   the same suite in a second build under ASan and UBSan
 #   make bench           the benchmarks, in the sandbox
+#   make demo            zql-policy on the simulated system in the sandbox: the modules, an
+#                        export, and a dry run of examples/hardening.json with its diff
 # The suite runs inside the system sandbox; afterwards the machine's real /etc is compared
 # with its state before the run, and any difference fails the run.
 
@@ -14,10 +16,10 @@ JOBS ?= $(shell nproc)
 # password) and the account tools. Installing libpam-pwquality runs pam-auth-update on the
 # machine: pam_pwquality joins its common-password.
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
-                  qttools5-dev-tools tar util-linux libbenchmark-dev \
+                  qttools5-dev-tools tar util-linux libbenchmark-dev nlohmann-json3-dev diffutils \
                   libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd
 
-.PHONY: all deps build build-sanitize test test-sanitize bench clean
+.PHONY: all deps build build-sanitize test test-sanitize bench demo clean
 
 all: build
 
@@ -51,6 +53,9 @@ test-sanitize: build-sanitize
 bench: build
 	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) -- \
 	    $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
+
+demo: build
+	@sh examples/demo.sh $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
