@@ -1,6 +1,7 @@
 // Runs zql-sandbox (and the library) on this machine and checks that nothing reaches the real
 // root. Must itself run outside any sandbox, as root.
 #include "sandbox.h"
+#include "unifieddiff.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -13,6 +14,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fcntl.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -80,6 +82,23 @@ bool existsOnHost(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
 }
 
+// Sets PATH for the lifetime of the object.
+class PathOverride
+{
+public:
+    explicit PathOverride(const QByteArray &path)
+        : m_saved(qgetenv("PATH"))
+    {
+        qputenv("PATH", path);
+    }
+    ~PathOverride() { qputenv("PATH", m_saved); }
+    PathOverride(const PathOverride &) = delete;
+    PathOverride &operator=(const PathOverride &) = delete;
+
+private:
+    QByteArray m_saved;
+};
+
 ino_t mountNamespace()
 {
     struct stat st;
@@ -119,6 +138,8 @@ private Q_SLOTS:
     void inspectorSeesBothVersions();
     void inspectorNotCalled();
     void inspectorExceptionAfterCleanUp();
+    void unifiedDiffFailures_data();
+    void unifiedDiffFailures();
 
 private:
     Outcome run(const QStringList &args, const QString &workingDir = QString(),
@@ -707,6 +728,93 @@ void SandboxTest::inspectorExceptionAfterCleanUp()
     QVERIFY(!existsOnHost(QStringLiteral("/proc/") + parts.at(2)));
     QVERIFY(!existsOnHost(QStringLiteral("/tmp/") + parts.at(5)));
     QVERIFY(!existsOnHost(name("thrown")));
+}
+
+void SandboxTest::unifiedDiffFailures_data()
+{
+    // diff: the program found in PATH ("" none, "-" the machine's own, else a script);
+    // {DIR} stands for the directory in PATH, {OLD} and {NEW} for the files compared.
+    QTest::addColumn<QByteArray>("diff");
+    QTest::addColumn<bool>("oldMissing");
+    QTest::addColumn<bool>("readerGone");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QByteArray>("written");
+
+    QTest::newRow("no diff in PATH")
+        << QByteArray() << false << false
+        << QStringLiteral("cannot run diff: not found in PATH ({DIR})") << QByteArray();
+    QTest::newRow("diff status 2")
+        << QByteArray("#!/bin/sh\necho 'diff: trouble' >&2\nexit 2\n") << false << false
+        << QStringLiteral("{DIR}/diff failed on /etc/changed with status 2: diff: trouble")
+        << QByteArray("diff --git a/etc/changed b/etc/changed\n");
+    QTest::newRow("diff killed") << QByteArray("#!/bin/sh\nkill -KILL $$\n") << false << false
+                                 << QStringLiteral("{DIR}/diff was killed by signal 9 on "
+                                                   "/etc/changed")
+                                 << QByteArray("diff --git a/etc/changed b/etc/changed\n");
+    QTest::newRow("diff not executable")
+        << QByteArray("#!/nonexistent/interpreter\n") << false << false
+        << QStringLiteral("cannot run {DIR}/diff: No such file or directory")
+        << QByteArray("diff --git a/etc/changed b/etc/changed\n");
+    QTest::newRow("old version missing")
+        << QByteArray("-") << true << false
+        << QStringLiteral("read {OLD}: No such file or directory") << QByteArray();
+    QTest::newRow("reader gone") << QByteArray("-") << false << true
+                                 << QStringLiteral("write the diff of /etc/changed: Broken pipe")
+                                 << QByteArray();
+}
+
+void SandboxTest::unifiedDiffFailures()
+{
+    QFETCH(QByteArray, diff);
+    QFETCH(bool, oldMissing);
+    QFETCH(bool, readerGone);
+    QFETCH(QString, error);
+    QFETCH(QByteArray, written);
+
+    QTemporaryDir dir;
+    QVERIFY(dir.isValid());
+    const QString bin = dir.path() + QStringLiteral("/bin");
+    QVERIFY(QDir().mkpath(bin));
+    if (!diff.isEmpty() && diff != "-")
+        QVERIFY(writeFile(bin + QStringLiteral("/diff"), diff, 0755));
+    const QString oldFile = dir.path() + QStringLiteral("/old");
+    const QString newFile = dir.path() + QStringLiteral("/new");
+    if (!oldMissing)
+        QVERIFY(writeFile(oldFile, "old\n"));
+    QVERIFY(writeFile(newFile, "new\n"));
+    const std::vector<ZqlSandbox::ChangedFile> files{
+        {{'M', "/etc/changed"}, oldFile.toStdString(), newFile.toStdString()}};
+
+    int fds[2];
+    QCOMPARE(::pipe2(fds, O_CLOEXEC), 0);
+    if (readerGone) {
+        ::close(fds[0]);
+        fds[0] = -1;
+    }
+    bool ok = false;
+    std::string message;
+    {
+        PathOverride path(diff == "-" ? qgetenv("PATH") : QFile::encodeName(bin));
+        ok = ZqlSandbox::writeUnifiedDiff(files, fds[1], &message);
+    }
+    ::close(fds[1]);
+    QByteArray out;
+    if (fds[0] >= 0) {
+        char buffer[4096];
+        ssize_t n;
+        while ((n = ::read(fds[0], buffer, sizeof buffer)) > 0)
+            out.append(buffer, static_cast<int>(n));
+        ::close(fds[0]);
+    }
+    QVERIFY(!ok);
+    QCOMPARE(QString::fromStdString(message), QString(error)
+                                                  .replace(QStringLiteral("{DIR}"), bin)
+                                                  .replace(QStringLiteral("{OLD}"), oldFile));
+    QCOMPARE(out, written);
+    // The closed reader did not end this process, and no SIGPIPE is left pending.
+    sigset_t pending;
+    QCOMPARE(::sigpending(&pending), 0);
+    QVERIFY(!sigismember(&pending, SIGPIPE));
 }
 
 QTEST_GUILESS_MAIN(SandboxTest)
