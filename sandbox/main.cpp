@@ -1,5 +1,6 @@
 // zql-sandbox: runs a command on a throw-away copy-on-write view of the root file system.
 #include "sandbox.h"
+#include "unifieddiff.h"
 
 #include <csignal>
 #include <cstddef>
@@ -8,11 +9,13 @@
 #include <string>
 #include <vector>
 
+#include <unistd.h>
+
 namespace {
 
 const char Usage[] =
-    "Usage: zql-sandbox [--layer DIR]... [--share DIR]... [--changes] [--keep DIR]\n"
-    "                   [--tmpfs-size SIZE] [--] COMMAND [ARG]...\n"
+    "Usage: zql-sandbox [--layer DIR]... [--share DIR]... [--changes] [--diff]\n"
+    "                   [--keep DIR] [--tmpfs-size SIZE] [--] COMMAND [ARG]...\n"
     "Run COMMAND on a throw-away copy-on-write view of the whole root file system, in a\n"
     "private mount namespace. Nothing it writes reaches the real root. Needs root.\n"
     "\n"
@@ -24,13 +27,17 @@ const char Usage[] =
     "  --changes          after the command, list on standard error the files it added,\n"
     "                     modified or deleted, one per line: \"A /path\", \"M /path\", \"D "
     "/path\"\n"
+    "  --diff             after the command, write a unified diff of those files (git-like,\n"
+    "                     for \"patch -p1\" from /) to standard output, after the\n"
+    "                     command's own output\n"
     "  --keep DIR         after the command, copy its upper layer (overlayfs whiteouts\n"
     "                     included) into DIR, which must be absent or empty\n"
     "  --tmpfs-size SIZE  size of the sandbox's tmpfs file systems (default 2g)\n"
     "  --help             show this help\n"
     "\n"
     "Exit status: the command's; 128+N if signal N killed it; 127 if it could not be\n"
-    "started; 125 if the sandbox could not be set up (the command did not run).\n";
+    "started; 125 if the sandbox could not be set up (the command did not run), or if its\n"
+    "changes could not be examined, kept or shown (the message then says how it exited).\n";
 
 ZqlSandbox::Sandbox *runningSandbox = nullptr;
 volatile std::sig_atomic_t caughtSignal = 0;
@@ -94,6 +101,7 @@ int main(int argc, char **argv)
     const std::vector<std::string> args(argv + 1, argv + argc);
     ZqlSandbox::Sandbox sandbox;
     bool listChanges = false;
+    bool showDiff = false;
     size_t i = 0;
     for (; i < args.size(); ++i) {
         const std::string &arg = args[i];
@@ -109,6 +117,8 @@ int main(int argc, char **argv)
         }
         if (arg == "--changes") {
             listChanges = true;
+        } else if (arg == "--diff") {
+            showDiff = true;
         } else if (optionValue(args, i, "--layer", value, missing)) {
             if (missing || value.empty())
                 return usageError("--layer needs a directory");
@@ -134,7 +144,18 @@ int main(int argc, char **argv)
     if (i >= args.size())
         return usageError("no command given");
 
-    sandbox.setRecordChanges(listChanges);
+    sandbox.setRecordChanges(listChanges || showDiff);
+    // The diff reads the files while the sandbox still exists: during run(), not after it.
+    std::string diffError;
+    if (showDiff) {
+        sandbox.setInspector([&diffError](const std::vector<ZqlSandbox::ChangedFile> &files) {
+            if (caughtSignal)
+                return; // ending: do not hold the clean-up up
+            if (!ZqlSandbox::writeUnifiedDiff(files, STDOUT_FILENO, &diffError) &&
+                diffError.empty())
+                diffError = "failed";
+        });
+    }
     const std::vector<std::string> command(args.begin() + static_cast<std::ptrdiff_t>(i),
                                            args.end());
     std::fflush(nullptr); // nothing buffered may be written twice or out of order
@@ -150,6 +171,17 @@ int main(int argc, char **argv)
     if (listChanges) {
         for (const ZqlSandbox::Change &change : sandbox.changes())
             std::fprintf(stderr, "%c %s\n", change.kind, change.path.c_str());
+    }
+    if (!diffError.empty()) {
+        // After a failure of its own, run() returned 125 and its message told the status.
+        if (sandbox.errorString().empty())
+            std::fprintf(stderr,
+                         "zql-sandbox: write the diff: %s (the command ran and exited with "
+                         "status %d)\n",
+                         diffError.c_str(), status);
+        else
+            std::fprintf(stderr, "zql-sandbox: write the diff: %s\n", diffError.c_str());
+        return ZqlSandbox::Sandbox::ExitSetupFailed;
     }
     return status;
 }

@@ -82,6 +82,16 @@ bool existsOnHost(const QString &path)
     return ::lstat(QFile::encodeName(path).constData(), &st) == 0;
 }
 
+// Runs a shell script on the host in dir, to build a layer there.
+bool runIn(const QString &dir, const QString &script)
+{
+    QProcess process;
+    process.setWorkingDirectory(dir);
+    process.start(QStringLiteral("sh"), {QStringLiteral("-ec"), script});
+    return process.waitForFinished(30000) && process.exitStatus() == QProcess::NormalExit &&
+           process.exitCode() == 0;
+}
+
 // Sets PATH for the lifetime of the object.
 class PathOverride
 {
@@ -135,6 +145,11 @@ private Q_SLOTS:
     void workingDirectory();
     void sharedDirectory();
     void libraryApi();
+    void diffShowsChange_data();
+    void diffShowsChange();
+    void diffBeforeComesFromLayer();
+    void diffNotWrittenWhenCommandDidNotStart();
+    void diffWithoutDiffProgram();
     void inspectorSeesBothVersions();
     void inspectorNotCalled();
     void inspectorExceptionAfterCleanUp();
@@ -608,6 +623,285 @@ void SandboxTest::libraryApi()
     ZqlSandbox::Sandbox empty;
     QCOMPARE(empty.run({}), ZqlSandbox::Sandbox::ExitSetupFailed);
     QVERIFY(!empty.errorString().empty());
+}
+
+void SandboxTest::diffShowsChange_data()
+{
+    // layer: a script run in the layer's directory on the host; script: run inside, in "/".
+    // Both see $P, a relative path under etc/; {P} in the expected diff stands for it.
+    QTest::addColumn<QString>("layer");
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<QByteArray>("expected");
+
+    QTest::newRow("modified text")
+        << QStringLiteral("seq 1 10 > $P") << QStringLiteral("sed -i 5s/5/five/ $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "--- a/{P}\n"
+                      "+++ b/{P}\n"
+                      "@@ -2,7 +2,7 @@\n"
+                      " 2\n"
+                      " 3\n"
+                      " 4\n"
+                      "-5\n"
+                      "+five\n"
+                      " 6\n"
+                      " 7\n"
+                      " 8\n");
+    QTest::newRow("added file") << QString() << QStringLiteral("echo added > $P")
+                                << QByteArray("diff --git a/{P} b/{P}\n"
+                                              "new file mode 100644\n"
+                                              "--- /dev/null\n"
+                                              "+++ b/{P}\n"
+                                              "@@ -0,0 +1 @@\n"
+                                              "+added\n");
+    QTest::newRow("added empty file") << QString() << QStringLiteral(": > $P")
+                                      << QByteArray("diff --git a/{P} b/{P}\n"
+                                                    "new file mode 100644\n");
+    QTest::newRow("added executable")
+        << QString() << QStringLiteral("printf '#!/bin/sh\\n' > $P; chmod 755 $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "new file mode 100755\n"
+                      "--- /dev/null\n"
+                      "+++ b/{P}\n"
+                      "@@ -0,0 +1 @@\n"
+                      "+#!/bin/sh\n");
+    QTest::newRow("no newline at end") << QString() << QStringLiteral("printf last > $P")
+                                       << QByteArray("diff --git a/{P} b/{P}\n"
+                                                     "new file mode 100644\n"
+                                                     "--- /dev/null\n"
+                                                     "+++ b/{P}\n"
+                                                     "@@ -0,0 +1 @@\n"
+                                                     "+last\n"
+                                                     "\\ No newline at end of file\n");
+    QTest::newRow("deleted file") << QStringLiteral("echo gone > $P") << QStringLiteral("rm $P")
+                                  << QByteArray("diff --git a/{P} b/{P}\n"
+                                                "deleted file mode 100644\n"
+                                                "--- a/{P}\n"
+                                                "+++ /dev/null\n"
+                                                "@@ -1 +0,0 @@\n"
+                                                "-gone\n");
+    QTest::newRow("mode only") << QStringLiteral("echo same > $P") << QStringLiteral("chmod 600 $P")
+                               << QByteArray("diff --git a/{P} b/{P}\n"
+                                             "old mode 100644\n"
+                                             "new mode 100600\n");
+    QTest::newRow("owner only") << QStringLiteral("echo same > $P")
+                                << QStringLiteral("chown 1000:1000 $P")
+                                << QByteArray("diff --git a/{P} b/{P}\n"
+                                              "old owner 0:0\n"
+                                              "new owner 1000:1000\n");
+    QTest::newRow("mode, owner and content")
+        << QStringLiteral("echo one > $P")
+        << QStringLiteral("echo two >> $P; chown 1000:0 $P; chmod 640 $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old mode 100644\n"
+                      "new mode 100640\n"
+                      "old owner 0:0\n"
+                      "new owner 1000:0\n"
+                      "--- a/{P}\n"
+                      "+++ b/{P}\n"
+                      "@@ -1 +1,2 @@\n"
+                      " one\n"
+                      "+two\n");
+    QTest::newRow("new symlink") << QString() << QStringLiteral("ln -s /etc/target $P")
+                                 << QByteArray("diff --git a/{P} b/{P}\n"
+                                               "new file mode 120000\n"
+                                               "new symlink /etc/target\n");
+    QTest::newRow("changed symlink")
+        << QStringLiteral("ln -s old-target $P") << QStringLiteral("ln -sfn new-target $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old symlink old-target\n"
+                      "new symlink new-target\n");
+    QTest::newRow("deleted symlink")
+        << QStringLiteral("ln -s gone-target $P") << QStringLiteral("rm $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "deleted file mode 120000\n"
+                      "old symlink gone-target\n");
+    QTest::newRow("binary") << QStringLiteral("printf 'a\\0b' > $P")
+                            << QStringLiteral("printf 'a\\0c' > $P")
+                            << QByteArray("diff --git a/{P} b/{P}\n"
+                                          "Binary files a/{P} and b/{P} differ\n");
+    QTest::newRow("added binary") << QString() << QStringLiteral("printf '\\0' > $P")
+                                  << QByteArray("diff --git a/{P} b/{P}\n"
+                                                "new file mode 100644\n"
+                                                "Binary files /dev/null and b/{P} differ\n");
+    QTest::newRow("new empty directory") << QString() << QStringLiteral("mkdir -m 755 $P")
+                                         << QByteArray("diff --git a/{P} b/{P}\n"
+                                                       "new directory mode 040755\n");
+    QTest::newRow("new directory with a file")
+        << QString() << QStringLiteral("mkdir -m 700 $P; echo x > $P/x")
+        << QByteArray("diff --git a/{P}/x b/{P}/x\n"
+                      "new file mode 100644\n"
+                      "--- /dev/null\n"
+                      "+++ b/{P}/x\n"
+                      "@@ -0,0 +1 @@\n"
+                      "+x\n");
+    QTest::newRow("removed directory")
+        << QStringLiteral("mkdir $P; echo x > $P/x") << QStringLiteral("rm -r $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "deleted directory mode 040755\n");
+    QTest::newRow("file replaced by a directory")
+        << QStringLiteral("echo old > $P")
+        << QStringLiteral("rm $P; mkdir -m 755 $P; echo new > $P/x")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old type regular file\n"
+                      "new type directory\n"
+                      "old mode 100644\n"
+                      "new mode 040755\n"
+                      "diff --git a/{P}/x b/{P}/x\n"
+                      "new file mode 100644\n"
+                      "--- /dev/null\n"
+                      "+++ b/{P}/x\n"
+                      "@@ -0,0 +1 @@\n"
+                      "+new\n");
+    QTest::newRow("directory replaced by a file")
+        << QStringLiteral("mkdir $P; echo x > $P/x") << QStringLiteral("rm -r $P; echo new > $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old type directory\n"
+                      "new type regular file\n"
+                      "old mode 040755\n"
+                      "new mode 100644\n"
+                      "--- /dev/null\n"
+                      "+++ b/{P}\n"
+                      "@@ -0,0 +1 @@\n"
+                      "+new\n");
+    QTest::newRow("symlink replaced by a file")
+        << QStringLiteral("ln -s t $P") << QStringLiteral("rm $P; echo r > $P")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old type symbolic link\n"
+                      "new type regular file\n"
+                      "old mode 120000\n"
+                      "new mode 100644\n"
+                      "old symlink t\n"
+                      "--- /dev/null\n"
+                      "+++ b/{P}\n"
+                      "@@ -0,0 +1 @@\n"
+                      "+r\n");
+    QTest::newRow("new fifo") << QString() << QStringLiteral("mkfifo -m 644 $P")
+                              << QByteArray("diff --git a/{P} b/{P}\n"
+                                            "new file mode 010644\n"
+                                            "new type fifo\n");
+    QTest::newRow("device number")
+        << QStringLiteral("mknod -m 600 $P c 1 3") << QStringLiteral("rm $P; mknod -m 600 $P c 1 5")
+        << QByteArray("diff --git a/{P} b/{P}\n"
+                      "old type character device 1:3\n"
+                      "new type character device 1:5\n");
+}
+
+void SandboxTest::diffShowsChange()
+{
+    QFETCH(QString, layer);
+    QFETCH(QString, script);
+    QFETCH(QByteArray, expected);
+    const QString path = name("diff");
+    const QString p = path.mid(1);
+    const QString variables = QStringLiteral("set -e; umask 022; P=%1\n").arg(p);
+    QTemporaryDir layerDir;
+    QVERIFY(layerDir.isValid());
+    QVERIFY(runIn(layerDir.path(), variables + QStringLiteral("mkdir -p etc\n") + layer));
+
+    const Outcome o =
+        run(QStringList{QStringLiteral("--layer"), layerDir.path(), QStringLiteral("--diff")} +
+            shell(variables + QStringLiteral("cd /\n") + script));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QCOMPARE(o.out, expected.replace("{P}", p.toUtf8()));
+    QCOMPARE(o.err, QByteArray());
+    QVERIFY(!existsOnHost(path));
+}
+
+void SandboxTest::diffBeforeComesFromLayer()
+{
+    const QByteArray real = readAll(RealFile);
+    QVERIFY2(real.endsWith('\n') && real.count('\n') == 1, "expects a one-line file");
+    const QByteArray p = RealFile.mid(1).toUtf8();
+    const QByteArray modified =
+        "diff --git a/" + p + " b/" + p + "\n--- a/" + p + "\n+++ b/" + p + "\n@@ -1 +1,2 @@\n";
+    const QString script =
+        QStringLiteral("echo ran; echo changed >> %1; rm -f %2").arg(RealFile, name("loweronly"));
+
+    // With the real root alone, the old version is the machine's own file. The command's
+    // output comes first.
+    const Outcome plain = run(QStringList{QStringLiteral("--diff")} + shell(script));
+    QVERIFY2(!plain.crashed && plain.exitCode == 0, plain.err.constData());
+    QCOMPARE(plain.out, "ran\n" + modified + ' ' + real + "+changed\n");
+
+    // With layers, it is the topmost layer's version.
+    QTemporaryDir lower, upper;
+    QVERIFY(lower.isValid() && upper.isValid());
+    QVERIFY(writeFile(lower.path() + RealFile, "lower\n"));
+    QVERIFY(writeFile(lower.path() + name("loweronly"), "only lower\n"));
+    QVERIFY(writeFile(upper.path() + RealFile, "from the layer\n"));
+    const Outcome layered =
+        run(QStringList{QStringLiteral("--layer"), lower.path(), QStringLiteral("--layer"),
+                        upper.path(), QStringLiteral("--diff"), QStringLiteral("--changes")} +
+            shell(script));
+    QVERIFY2(!layered.crashed && layered.exitCode == 0, layered.err.constData());
+    const QByteArray gone = name("loweronly").mid(1).toUtf8();
+    QCOMPARE(layered.out, "ran\n" + modified + " from the layer\n+changed\n" + "diff --git a/" +
+                              gone + " b/" + gone +
+                              "\ndeleted file mode 100644\n"
+                              "--- a/" +
+                              gone + "\n+++ /dev/null\n@@ -1 +0,0 @@\n-only lower\n");
+    QCOMPARE(layered.err, "M " + RealFile.toUtf8() + "\nD /" + gone + '\n');
+
+    // Neither the real root nor the layers changed.
+    QCOMPARE(readAll(RealFile), real);
+    QCOMPARE(readAll(upper.path() + RealFile), QByteArray("from the layer\n"));
+    QCOMPARE(readAll(lower.path() + name("loweronly")), QByteArray("only lower\n"));
+}
+
+void SandboxTest::diffNotWrittenWhenCommandDidNotStart()
+{
+    const QString marker = name("notstarted");
+    const Outcome missing = run(QStringList{QStringLiteral("--diff"), QStringLiteral("--layer"),
+                                            QStringLiteral("/nonexistent-") + m_tag} +
+                                shell(QStringLiteral("echo RAN; echo x > %1").arg(marker)));
+    QCOMPARE(missing.exitCode, 125);
+    QCOMPARE(missing.out, QByteArray());
+    QVERIFY2(missing.err.startsWith("zql-sandbox: layer "), missing.err.constData());
+
+    // Failing inside the new namespace: the layer does not fit on the tmpfs.
+    QTemporaryDir layer;
+    QVERIFY(layer.isValid());
+    QVERIFY(writeFile(layer.path() + QStringLiteral("/big"), QByteArray(1 << 20, 'x')));
+    const Outcome full =
+        run(QStringList{QStringLiteral("--diff"), QStringLiteral("--tmpfs-size"),
+                        QStringLiteral("16k"), QStringLiteral("--layer"), layer.path()} +
+            shell(QStringLiteral("echo RAN; echo x > %1").arg(marker)));
+    QCOMPARE(full.exitCode, 125);
+    QCOMPARE(full.out, QByteArray());
+    QVERIFY2(full.err.contains("zql-sandbox: copy layer "), full.err.constData());
+
+    const Outcome notFound = run(
+        {QStringLiteral("--diff"), QStringLiteral("--"), QStringLiteral("/nonexistent/") + m_tag});
+    QCOMPARE(notFound.exitCode, 127);
+    QCOMPARE(notFound.out, QByteArray());
+    QVERIFY2(notFound.err.startsWith("zql-sandbox: cannot run "), notFound.err.constData());
+    QVERIFY(!existsOnHost(marker));
+}
+
+void SandboxTest::diffWithoutDiffProgram()
+{
+    // The command runs and its output stays; the diff cannot be written, and that is a
+    // failure of the sandbox (125), with the command's status in the message.
+    QTemporaryDir emptyBin;
+    QVERIFY(emptyBin.isValid());
+    const QString marker = name("nodiff");
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("PATH"), emptyBin.path());
+    process.setProcessEnvironment(env);
+    process.start(Binary, {QStringLiteral("--diff"), QStringLiteral("--"),
+                           QStringLiteral("/bin/sh"), QStringLiteral("-c"),
+                           QStringLiteral("PATH=/usr/sbin:/usr/bin:/sbin:/bin\n") + Guard +
+                               QStringLiteral("echo ran; echo x > %1").arg(marker)});
+    QVERIFY(process.waitForFinished(60000));
+    QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(process.exitCode(), 125);
+    QCOMPARE(process.readAllStandardOutput(), QByteArray("ran\n"));
+    QCOMPARE(process.readAllStandardError(),
+             "zql-sandbox: write the diff: cannot run diff: not found in PATH (" +
+                 emptyBin.path().toUtf8() + ") (the command ran and exited with status 0)\n");
+    QVERIFY(!existsOnHost(marker));
 }
 
 void SandboxTest::inspectorSeesBothVersions()
