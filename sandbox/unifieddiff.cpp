@@ -170,7 +170,7 @@ std::string owner(const struct stat &st)
 }
 
 // A file other than a regular file, a directory or a symbolic link.
-bool isSpecial(const struct stat &st)
+bool isOtherKind(const struct stat &st)
 {
     return !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode) && !S_ISLNK(st.st_mode);
 }
@@ -332,7 +332,7 @@ bool DiffWriter::write(const ChangedFile &file)
             head += "new directory mode " + gitMode(after.st) + '\n';
         } else {
             head += "new file mode " + gitMode(after.st) + '\n';
-            if (isSpecial(after.st))
+            if (isOtherKind(after.st))
                 head += "new type " + typeName(after.st) + '\n';
         }
     } else if (!hasAfter) {
@@ -340,7 +340,7 @@ bool DiffWriter::write(const ChangedFile &file)
             head += "deleted directory mode " + gitMode(before.st) + '\n';
         } else {
             head += "deleted file mode " + gitMode(before.st) + '\n';
-            if (isSpecial(before.st))
+            if (isOtherKind(before.st))
                 head += "old type " + typeName(before.st) + '\n';
         }
     } else {
