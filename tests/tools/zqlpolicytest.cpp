@@ -1,5 +1,6 @@
 // zql-policy end to end: the built program over the simulated system, as an administrator
 // runs it. Every run that should change nothing is checked against the configuration files.
+#include "moduleregistry.h"
 #include "pamfixture.h"
 #include "testmain.h"
 #include "toolrun.h"
@@ -165,6 +166,7 @@ private Q_SLOTS:
     void usageErrors_data();
     void usageErrors();
     void list();
+    void registryNamesAreTheModulesNames();
     void getPrintsSettingsAndStatus();
     void getKeepsNotesOffStandardOutput();
     void exportThenApplyChangesNothing();
@@ -308,6 +310,16 @@ void ZqlPolicyTest::list()
                                     "login-local            available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"));
+}
+
+void ZqlPolicyTest::registryNamesAreTheModulesNames()
+{
+    // The program knows the names without making the modules; they must be the modules' own.
+    const ZqlPolicy::ModuleRegistry registry = ZqlPolicy::ModuleRegistry::libraryModules();
+    QStringList made;
+    for (const auto &module : registry.modules())
+        made.append(module->getName());
+    QCOMPARE(registry.names(), made);
 }
 
 void ZqlPolicyTest::getPrintsSettingsAndStatus()
