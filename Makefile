@@ -53,6 +53,7 @@ test-sanitize: build-sanitize
 bench: build
 	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) -- \
 	    $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
+	sh benchmarks/zql-policy-timing.sh $(BUILD_DIR)
 
 demo: build
 	@sh examples/demo.sh $(BUILD_DIR)
