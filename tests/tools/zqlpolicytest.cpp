@@ -317,7 +317,7 @@ void ZqlPolicyTest::registryNamesAreTheModulesNames()
     // The program knows the names without making the modules; they must be the modules' own.
     const ZqlPolicy::ModuleRegistry registry = ZqlPolicy::ModuleRegistry::libraryModules();
     QStringList made;
-    for (const auto &module : registry.modules())
+    for (ModuleInterface *module : registry.modules())
         made.append(module->getName());
     QCOMPARE(registry.names(), made);
 }

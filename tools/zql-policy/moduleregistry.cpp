@@ -34,16 +34,26 @@ void ModuleRegistry::add(const QString &name, Factory factory)
 {
     m_names.append(name);
     m_factories.push_back(std::move(factory));
-    m_modules.clear();
+    m_modules.emplace_back();
 }
 
-const std::vector<std::unique_ptr<ModuleInterface>> &ModuleRegistry::modules() const
+std::vector<ModuleInterface *> ModuleRegistry::modules() const
 {
-    if (m_modules.empty()) {
-        for (const Factory &factory : m_factories)
-            m_modules.push_back(factory());
-    }
-    return m_modules;
+    std::vector<ModuleInterface *> modules;
+    for (const QString &name : m_names)
+        modules.push_back(module(name));
+    return modules;
+}
+
+ModuleInterface *ModuleRegistry::module(const QString &name) const
+{
+    const int index = m_names.indexOf(name);
+    if (index < 0)
+        return nullptr;
+    std::unique_ptr<ModuleInterface> &made = m_modules[static_cast<size_t>(index)];
+    if (!made)
+        made = m_factories[static_cast<size_t>(index)]();
+    return made.get();
 }
 
 bool ModuleRegistry::contains(const QString &name) const

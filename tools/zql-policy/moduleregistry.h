@@ -16,9 +16,10 @@ namespace ZqlPolicy {
  * Every module the library exports, in the order a policy is applied in. The registry owns the
  * modules; callers borrow them.
  *
- * The modules are constructed on first use, not with the registry: a switches module reads
- * the security monitor when it is constructed, and a command that runs itself in the sandbox
- * must not run the monitor of the machine outside it. The names are known without that.
+ * Each module is constructed when it is first asked for, not with the registry: a switches
+ * module runs the security monitor when it is constructed, and neither a command that runs
+ * itself in the sandbox nor an apply limited to other modules should run it. The names are
+ * known without that.
  */
 class ModuleRegistry
 {
@@ -41,7 +42,10 @@ public:
     void add(const QString &name, Factory factory);
 
     /** The modules in apply order, constructed now if they were not yet. */
-    const std::vector<std::unique_ptr<ModuleInterface>> &modules() const;
+    std::vector<ModuleInterface *> modules() const;
+
+    /** The module named @p name, constructed now if it was not yet; null for another name. */
+    ModuleInterface *module(const QString &name) const;
 
     /** Whether a module has the name key @p name. */
     bool contains(const QString &name) const;
@@ -52,7 +56,7 @@ public:
 private:
     QStringList m_names;
     std::vector<Factory> m_factories;
-    mutable std::vector<std::unique_ptr<ModuleInterface>> m_modules;
+    mutable std::vector<std::unique_ptr<ModuleInterface>> m_modules; // null until made
 };
 
 } // namespace ZqlPolicy

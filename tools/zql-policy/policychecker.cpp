@@ -138,12 +138,12 @@ bool PolicyChecker::check(const PolicyDocument &document, const QStringList &sel
         if (!document.section(name))
             problems->append(QStringLiteral("%1: the policy has no settings for it").arg(name));
     }
-    for (const auto &module : m_registry.modules()) {
-        const QString name = module->getName();
+    for (const QString &name : m_registry.names()) {
         const PolicyDocument::Section *section = document.section(name);
         if (!section || (!selection.isEmpty() && !selection.contains(name)))
             continue;
         checked->append(name);
+        ModuleInterface *module = m_registry.module(name);
         if (!module->isAvailable()) {
             problems->append(QStringLiteral("%1: the module is not available on this machine "
                                             "(its security mode); leave it out with --only")

@@ -71,7 +71,7 @@ QStringList PolicyTool::unknownModules(const QStringList &modules) const
 int PolicyTool::list()
 {
     QByteArray text;
-    for (const auto &module : m_registry.modules()) {
+    for (ModuleInterface *module : m_registry.modules()) {
         const QString line = QStringLiteral("%1 %2\n")
                                  .arg(module->getName(), -22)
                                  .arg(module->isAvailable() ? QStringLiteral("available")
@@ -89,10 +89,12 @@ int PolicyTool::get(const QStringList &modules)
         // The JSON owns standard output; notes the modules print go to standard error.
         StreamRedirection notes(2, 1);
         ProgressReporter progress;
-        for (const auto &module : m_registry.modules()) {
-            const QString name = module->getName();
+        for (const QString &name : m_registry.names()) {
+            if (!modules.isEmpty() && !modules.contains(name))
+                continue;
+            ModuleInterface *module = m_registry.module(name);
             const bool available = module->isAvailable();
-            if (modules.isEmpty() ? !available : !modules.contains(name))
+            if (modules.isEmpty() && !available)
                 continue;
             Json entry = Json::object();
             entry["available"] = available;
@@ -127,10 +129,10 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
     {
         StreamRedirection notes(2, 1);
         ProgressReporter progress;
-        for (const auto &module : m_registry.modules()) {
-            const QString name = module->getName();
+        for (const QString &name : m_registry.names()) {
             if (!modules.isEmpty() && !modules.contains(name))
                 continue;
+            ModuleInterface *module = m_registry.module(name);
             if (!module->isAvailable()) {
                 if (!modules.isEmpty()) {
                     message(QStringLiteral("%1: the module is not available on this machine")
@@ -237,10 +239,10 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
     QStringList failed;
     {
         ProgressReporter progress;
-        for (const auto &module : m_registry.modules()) {
-            const QString name = module->getName();
+        for (const QString &name : m_registry.names()) {
             if (!checked.contains(name))
                 continue;
+            ModuleInterface *module = m_registry.module(name);
             progress.start(QStringLiteral("applying %1").arg(name));
             const bool moduleFailed = module->setSettings(document.section(name)->settings);
             progress.finish();
