@@ -78,7 +78,7 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
     case QMetaType::QVariantList: {
         const QVariantList list = value.toList();
         for (int i = 0; i < list.size(); ++i) {
-            const QString problem =
+            QString problem =
                 walk(module, QStringLiteral("%1/%2").arg(key).arg(i), list.at(i), multiLine);
             if (!problem.isEmpty())
                 return problem;
@@ -94,7 +94,7 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
                 return QStringLiteral("%1: a key in \"%2\" holds %3%4")
                     .arg(module, key, found, tail);
             }
-            const QString problem =
+            QString problem =
                 walk(module, key + QLatin1Char('/') + member.key(), member.value(), multiLine);
             if (!problem.isEmpty())
                 return problem;

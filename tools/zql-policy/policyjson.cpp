@@ -61,7 +61,7 @@ bool listToJson(const QVariantList &list, Json &json, QString *error)
 // policy (a switched number's value, for one).
 QVariant fromQtJson(const QJsonValue &value)
 {
-    const QVariant variant = value.toVariant();
+    QVariant variant = value.toVariant();
     if (variant.userType() == QMetaType::Double) {
         const double number = variant.toDouble();
         const double exactLimit = 9007199254740992.0; // 2^53

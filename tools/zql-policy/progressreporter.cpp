@@ -74,7 +74,7 @@ void ProgressReporter::finish()
     m_thread.join();
 }
 
-void ProgressReporter::run(QString step, std::chrono::steady_clock::time_point begin)
+void ProgressReporter::run(const QString &step, std::chrono::steady_clock::time_point begin)
 {
     bool reported = false;
     std::unique_lock<std::mutex> lock(m_mutex);

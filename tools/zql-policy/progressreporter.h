@@ -38,7 +38,7 @@ public:
     void finish();
 
 private:
-    void run(QString step, std::chrono::steady_clock::time_point begin);
+    void run(const QString &step, std::chrono::steady_clock::time_point begin);
 
     const int m_fd;
     const std::chrono::milliseconds m_interval;
