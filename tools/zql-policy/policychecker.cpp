@@ -1,5 +1,10 @@
 #include "policychecker.h"
 
+#include "policyjson.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
 #include <QVector>
 
 #include <algorithm>
@@ -71,7 +76,8 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
     case QMetaType::QString: {
         const QString found = findRefused(value.toString(), multiLine);
         if (!found.isEmpty())
-            return QStringLiteral("%1: \"%2\" holds %3%4").arg(module, key, found, tail);
+            return QStringLiteral("%1: %2 holds %3%4")
+                .arg(module, PolicyJson::quoted(key), found, tail);
         return QString();
     }
     case QMetaType::QStringList:
@@ -79,7 +85,7 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
         const QVariantList list = value.toList();
         for (int i = 0; i < list.size(); ++i) {
             QString problem =
-                walk(module, QStringLiteral("%1/%2").arg(key).arg(i), list.at(i), multiLine);
+                walk(module, key + QLatin1Char('/') + QString::number(i), list.at(i), multiLine);
             if (!problem.isEmpty())
                 return problem;
         }
@@ -91,8 +97,8 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
         for (auto member = map.begin(); member != map.end(); ++member) {
             const QString found = findRefused(member.key(), false);
             if (!found.isEmpty()) {
-                return QStringLiteral("%1: a key in \"%2\" holds %3%4")
-                    .arg(module, key, found, tail);
+                return QStringLiteral("%1: a key in %2 holds %3%4")
+                    .arg(module, PolicyJson::quoted(key), found, tail);
             }
             QString problem =
                 walk(module, key + QLatin1Char('/') + member.key(), member.value(), multiLine);
@@ -101,6 +107,12 @@ QString walk(const QString &module, const QString &key, const QVariant &value, b
         }
         return QString();
     }
+    case QMetaType::QJsonValue:
+        return walk(module, key, value.toJsonValue().toVariant(), multiLine);
+    case QMetaType::QJsonArray:
+        return walk(module, key, value.toJsonArray().toVariantList(), multiLine);
+    case QMetaType::QJsonObject:
+        return walk(module, key, value.toJsonObject().toVariantMap(), multiLine);
     default:
         return QString();
     }
@@ -124,8 +136,8 @@ QString PolicyChecker::controlCharacterProblem(const QString &module, const QStr
 {
     const QString found = findRefused(key, false);
     if (!found.isEmpty()) {
-        return QStringLiteral("%1: the key \"%2\" holds %3; a key must be printable text")
-            .arg(module, key, found);
+        return QStringLiteral("%1: the key %2 holds %3; a key must be printable text")
+            .arg(module, PolicyJson::quoted(key), found);
     }
     return walk(module, key, value, multiLine);
 }
@@ -155,7 +167,8 @@ bool PolicyChecker::check(const PolicyDocument &document, const QStringList &sel
             module->isParametersCorrect(QSet<QString>(settings.keyBegin(), settings.keyEnd()));
         std::sort(unknown.begin(), unknown.end());
         for (const QString &key : qAsConst(unknown))
-            problems->append(QStringLiteral("%1: unknown key \"%2\"").arg(name, key));
+            problems->append(
+                QStringLiteral("%1: unknown key %2").arg(name, PolicyJson::quoted(key)));
 
         QStringList keys = settings.keys();
         std::sort(keys.begin(), keys.end());

@@ -48,8 +48,7 @@ bool PolicyDocument::parse(const QByteArray &text, const QStringList &knownModul
         problems->append(QStringLiteral("\"version\" is missing"));
     } else if (!version->is_number_integer() || version->get<std::int64_t>() != Version) {
         problems->append(QStringLiteral("\"version\" is %1; this program reads version %2")
-                             .arg(fromUtf8(version->dump()))
-                             .arg(Version));
+                             .arg(fromUtf8(version->dump()), QString::number(Version)));
     }
 
     QVector<Section> sections;
@@ -58,9 +57,9 @@ bool PolicyDocument::parse(const QByteArray &text, const QStringList &knownModul
         if (member.key() == FormatKey || member.key() == VersionKey)
             continue;
         if (!knownModules.contains(key)) {
-            problems->append(QStringLiteral("\"%1\" is not a module of this library (the modules: "
-                                            "%2)")
-                                 .arg(key, knownModules.join(QStringLiteral(", "))));
+            problems->append(
+                QStringLiteral("%1 is not a module of this library (the modules: %2)")
+                    .arg(PolicyJson::quoted(key), knownModules.join(QStringLiteral(", "))));
             continue;
         }
         if (!member.value().is_object()) {

@@ -4,6 +4,7 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QStringList>
+#include <QVector>
 
 #include <algorithm>
 #include <climits>
@@ -28,59 +29,70 @@ QString fromUtf8(const std::string &text)
     return QString::fromUtf8(text.data(), static_cast<int>(text.size()));
 }
 
+QString joinPath(const QString &path, const QString &step)
+{
+    return path.isEmpty() ? step : path + QLatin1Char('/') + step;
+}
+
+bool refuse(const QString &path, const QString &reason, QString *error)
+{
+    *error =
+        path.isEmpty() ? reason : QStringLiteral("%1: %2").arg(PolicyJson::quoted(path), reason);
+    return false;
+}
+
+bool toJsonAt(const QVariant &value, Json &json, const QString &path, QString *error);
+
 bool objectToJson(const QStringList &keys, const std::function<QVariant(const QString &)> &valueOf,
-                  Json &json, QString *error)
+                  Json &json, const QString &path, QString *error)
 {
     json = Json::object();
     for (const QString &key : keys) {
         Json member;
-        if (!PolicyJson::toJson(valueOf(key), member, error)) {
-            *error = QStringLiteral("\"%1\": %2").arg(key, *error);
+        if (!toJsonAt(valueOf(key), member, joinPath(path, key), error))
             return false;
-        }
         json[utf8(key)] = std::move(member);
     }
     return true;
 }
 
-bool listToJson(const QVariantList &list, Json &json, QString *error)
+bool listToJson(const QVariantList &list, Json &json, const QString &path, QString *error)
 {
     json = Json::array();
     for (int i = 0; i < list.size(); ++i) {
         Json element;
-        if (!PolicyJson::toJson(list.at(i), element, error)) {
-            *error = QStringLiteral("[%1]: %2").arg(i).arg(*error);
+        if (!toJsonAt(list.at(i), element, joinPath(path, QString::number(i)), error))
             return false;
-        }
         json.push_back(std::move(element));
     }
     return true;
 }
 
-// QtCore's JSON has a single number type, double; an integral one is an integer of the
-// policy (a switched number's value, for one).
-QVariant fromQtJson(const QJsonValue &value)
-{
-    QVariant variant = value.toVariant();
-    if (variant.userType() == QMetaType::Double) {
-        const double number = variant.toDouble();
-        const double exactLimit = 9007199254740992.0; // 2^53
-        if (std::isfinite(number) && std::trunc(number) == number &&
-            std::fabs(number) <= exactLimit)
-            return static_cast<qlonglong>(number);
-    }
-    return variant;
-}
-
+// [bool, integer]. QJsonArray keeps its numbers as doubles, so only integers a double holds
+// exactly (|n| <= 2^53) become one; a larger pair stays a QVariantList and keeps every bit.
 bool isSwitchedNumber(const Json &json)
 {
-    return json.is_array() && json.size() == 2 && json[0].is_boolean() &&
-           (json[1].is_number_integer());
+    if (!json.is_array() || json.size() != 2 || !json[0].is_boolean() ||
+        !json[1].is_number_integer())
+        return false;
+    const std::uint64_t exactLimit = std::uint64_t(1) << 53;
+    if (json[1].is_number_unsigned())
+        return json[1].get<std::uint64_t>() <= exactLimit;
+    const std::int64_t number = json[1].get<std::int64_t>();
+    return number >= -static_cast<std::int64_t>(exactLimit) &&
+           number <= static_cast<std::int64_t>(exactLimit);
 }
 
 } // namespace
 
 bool PolicyJson::toJson(const QVariant &value, Json &json, QString *error)
+{
+    return toJsonAt(value, json, QString(), error);
+}
+
+namespace {
+
+bool toJsonAt(const QVariant &value, Json &json, const QString &path, QString *error)
 {
     switch (static_cast<QMetaType::Type>(value.userType())) {
     case QMetaType::UnknownType:
@@ -108,8 +120,8 @@ bool PolicyJson::toJson(const QVariant &value, Json &json, QString *error)
     case QMetaType::Float: {
         const double number = value.toDouble();
         if (!std::isfinite(number)) {
-            *error = QStringLiteral("the number %1 cannot be written as JSON").arg(number);
-            return false;
+            return refuse(
+                path, QStringLiteral("the number %1 cannot be written as JSON").arg(number), error);
         }
         json = number;
         return true;
@@ -125,47 +137,51 @@ bool PolicyJson::toJson(const QVariant &value, Json &json, QString *error)
         return true;
     }
     case QMetaType::QVariantList:
-        return listToJson(value.toList(), json, error);
+        return listToJson(value.toList(), json, path, error);
     case QMetaType::QVariantMap: {
         const QVariantMap map = value.toMap();
         return objectToJson(
-            map.keys(), [&map](const QString &key) { return map.value(key); }, json, error);
+            map.keys(), [&map](const QString &key) { return map.value(key); }, json, path, error);
     }
     case QMetaType::QVariantHash: {
         const QVariantHash hash = value.toHash();
         QStringList keys = hash.keys();
         std::sort(keys.begin(), keys.end());
         return objectToJson(
-            keys, [&hash](const QString &key) { return hash.value(key); }, json, error);
+            keys, [&hash](const QString &key) { return hash.value(key); }, json, path, error);
     }
     case QMetaType::QJsonValue: {
         const QJsonValue jsonValue = value.toJsonValue();
         if (jsonValue.isArray())
-            return toJson(jsonValue.toArray(), json, error);
+            return toJsonAt(jsonValue.toArray(), json, path, error);
         if (jsonValue.isObject())
-            return toJson(jsonValue.toObject(), json, error);
-        return toJson(fromQtJson(jsonValue), json, error);
+            return toJsonAt(jsonValue.toObject(), json, path, error);
+        // Qt 5.15 gives an integral number as a qlonglong.
+        return toJsonAt(jsonValue.toVariant(), json, path, error);
     }
     case QMetaType::QJsonArray: {
         QVariantList list;
         const QJsonArray array = value.toJsonArray();
         for (const QJsonValue &element : array)
             list.append(QVariant::fromValue(element));
-        return listToJson(list, json, error);
+        return listToJson(list, json, path, error);
     }
     case QMetaType::QJsonObject: {
         QVariantMap map;
         const QJsonObject object = value.toJsonObject();
         for (auto member = object.begin(); member != object.end(); ++member)
             map.insert(member.key(), QVariant::fromValue(member.value()));
-        return toJson(map, json, error);
+        return toJsonAt(map, json, path, error);
     }
     default:
-        *error = QStringLiteral("a value of type %1 cannot be written as JSON")
-                     .arg(QString::fromLatin1(value.typeName()));
-        return false;
+        return refuse(path,
+                      QStringLiteral("a value of type %1 cannot be written as JSON")
+                          .arg(QString::fromLatin1(value.typeName())),
+                      error);
     }
 }
+
+} // namespace
 
 QVariant PolicyJson::toVariant(const Json &json)
 {
@@ -229,39 +245,53 @@ QVariant PolicyJson::toVariant(const Json &json)
 
 bool PolicyJson::parse(const QByteArray &text, Json &json, QString *error)
 {
-    // The keys seen so far in each object being read, innermost last, and the path to it.
-    std::vector<std::set<std::string>> seenKeys;
-    std::vector<std::string> path;
+    // The object or array being read, innermost last: its name in the path, and the keys seen
+    // so far (objects) or the index of the next element (arrays).
+    struct Level
+    {
+        bool array = false;
+        std::string name;
+        size_t nextIndex = 0;
+        std::set<std::string> keys;
+    };
+    std::vector<Level> levels;
     std::string lastKey;
     QString duplicate;
+    auto enter = [&](bool array) {
+        Level level;
+        level.array = array;
+        if (!levels.empty())
+            level.name = levels.back().array ? std::to_string(levels.back().nextIndex++) : lastKey;
+        levels.push_back(std::move(level));
+    };
     auto watchKeys = [&](int, Json::parse_event_t event, Json &parsed) {
         switch (event) {
         case Json::parse_event_t::object_start:
-            seenKeys.emplace_back();
-            path.push_back(lastKey);
-            lastKey.clear();
+            enter(false);
+            break;
+        case Json::parse_event_t::array_start:
+            enter(true);
             break;
         case Json::parse_event_t::object_end:
-            seenKeys.pop_back();
-            path.pop_back();
-            lastKey.clear();
+        case Json::parse_event_t::array_end:
+            levels.pop_back();
             break;
         case Json::parse_event_t::key:
             lastKey = parsed.get<std::string>();
-            if (!seenKeys.back().insert(lastKey).second && duplicate.isEmpty()) {
+            if (!levels.back().keys.insert(lastKey).second && duplicate.isEmpty()) {
                 QStringList where;
-                for (size_t i = 1; i < path.size(); ++i)
-                    where.append(fromUtf8(path[i]));
-                duplicate =
-                    where.isEmpty()
-                        ? QStringLiteral("the key \"%1\" appears twice").arg(fromUtf8(lastKey))
-                        : QStringLiteral("the key \"%1\" appears twice in \"%2\"")
-                              .arg(fromUtf8(lastKey), where.join(QLatin1Char('/')));
+                for (size_t i = 1; i < levels.size(); ++i)
+                    where.append(fromUtf8(levels[i].name));
+                const QString key = quoted(fromUtf8(lastKey));
+                duplicate = where.isEmpty() ? QStringLiteral("the key %1 appears twice").arg(key)
+                                            : QStringLiteral("the key %1 appears twice in %2")
+                                                  .arg(key, quoted(where.join(QLatin1Char('/'))));
             }
             break;
-        case Json::parse_event_t::array_start:
-        case Json::parse_event_t::array_end:
         case Json::parse_event_t::value:
+            // A scalar element of an array (objects and arrays count themselves in enter()).
+            if (!levels.empty() && levels.back().array)
+                ++levels.back().nextIndex;
             break;
         }
         return true;
@@ -282,6 +312,30 @@ bool PolicyJson::parse(const QByteArray &text, Json &json, QString *error)
         return false;
     }
     return true;
+}
+
+QString PolicyJson::quoted(const QString &text)
+{
+    QString out = QStringLiteral("\"");
+    const QVector<uint> codes = text.toUcs4();
+    for (const uint code : codes) {
+        if (code == '"' || code == '\\') {
+            out += QLatin1Char('\\') + QChar(code);
+        } else if (code == '\n') {
+            out += QStringLiteral("\\n");
+        } else if (code == '\r') {
+            out += QStringLiteral("\\r");
+        } else if (code == '\t') {
+            out += QStringLiteral("\\t");
+        } else if (code < 0x20 || (code >= 0x7F && code <= 0x9F) || code == 0x2028 ||
+                   code == 0x2029) {
+            out += QStringLiteral("\\u") +
+                   QString::number(code, 16).rightJustified(4, QLatin1Char('0'));
+        } else {
+            out += QString::fromUcs4(&code, 1);
+        }
+    }
+    return out + QLatin1Char('"');
 }
 
 namespace {

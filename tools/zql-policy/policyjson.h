@@ -25,9 +25,9 @@ using Json = nlohmann::ordered_json;
  *
  * JSON to variant: null is an invalid variant; true/false a bool; an integer an int when it
  * fits 32 bits, else a qlonglong, else a qulonglong; a fraction or exponent a double; a string a
- * QString; an array of exactly a boolean and an integer a QJsonArray (the modules' switched
- * numbers); a non-empty array of strings a QStringList; any other array a QVariantList; an
- * object a QVariantMap.
+ * QString; an array of exactly a boolean and an integer of at most 2^53 a QJsonArray (the
+ * modules' switched numbers; QJsonArray holds its numbers as doubles); a non-empty array of
+ * strings a QStringList; any other array a QVariantList; an object a QVariantMap.
  */
 class PolicyJson
 {
@@ -47,6 +47,12 @@ public:
      * not UTF-8.
      */
     static bool parse(const QByteArray &text, Json &json, QString *error);
+
+    /**
+     * @p text in double quotes for a message, with quotes, backslashes and control characters
+     * escaped as JSON escapes them ("\n", "\u0085"), so that a message stays one line.
+     */
+    static QString quoted(const QString &text);
 
     /**
      * The text of @p json: four-space indentation, arrays of scalars on one line, UTF-8, a
