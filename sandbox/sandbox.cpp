@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include "argv_p.h"
 #include "changewalk.h"
 
 #include <algorithm>
@@ -128,16 +129,6 @@ struct Fd
         fd = -1;
     }
 };
-
-std::vector<char *> pointers(const std::vector<std::string> &strings)
-{
-    std::vector<char *> result;
-    result.reserve(strings.size() + 1);
-    for (const std::string &s : strings)
-        result.push_back(const_cast<char *>(s.c_str()));
-    result.push_back(nullptr);
-    return result;
-}
 
 void writeAll(int fd, const void *data, size_t size)
 {

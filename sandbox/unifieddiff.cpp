@@ -1,5 +1,7 @@
 #include "unifieddiff.h"
 
+#include "argv_p.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -62,16 +64,6 @@ private:
     sigset_t m_callerMask;
     bool m_wasPending = false;
 };
-
-std::vector<char *> pointers(const std::vector<std::string> &strings)
-{
-    std::vector<char *> result;
-    result.reserve(strings.size() + 1);
-    for (const std::string &s : strings)
-        result.push_back(const_cast<char *>(s.c_str()));
-    result.push_back(nullptr);
-    return result;
-}
 
 bool writeAll(int fd, const char *data, size_t size)
 {

@@ -194,7 +194,8 @@ bool PolicyTool::readPolicy(const QString &policyFile, QByteArray *text)
 }
 
 int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only,
-                              PolicyDocument *document, QStringList *checked)
+                              PolicyDocument *document, QStringList *checked,
+                              const QString &refusal)
 {
     QByteArray text;
     if (!readPolicy(policyFile, &text))
@@ -205,19 +206,21 @@ int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only
         PolicyChecker(m_registry).check(*document, only, &problems, checked);
     for (const QString &problem : qAsConst(problems))
         message(QStringLiteral("%1: %2").arg(source, problem));
-    return problems.isEmpty() ? ExitSuccess : ExitRefused;
+    if (problems.isEmpty())
+        return ExitSuccess;
+    message(QStringLiteral("%1: %2").arg(source, refusal));
+    return ExitRefused;
 }
 
 int PolicyTool::check(const QString &policyFile, const QStringList &only)
 {
     PolicyDocument document;
     QStringList checked;
-    const int status = checkedPolicy(policyFile, only, &document, &checked);
-    const QString source = sourceName(policyFile);
-    if (status == ExitRefused)
-        message(QStringLiteral("%1: refused").arg(source));
+    const int status =
+        checkedPolicy(policyFile, only, &document, &checked, QStringLiteral("refused"));
     if (status != ExitSuccess)
         return status;
+    const QString source = sourceName(policyFile);
     const QString verdict =
         QStringLiteral("%1: accepted: %2\n")
             .arg(source, checked.isEmpty() ? QStringLiteral("no module") : joined(checked));
@@ -228,12 +231,11 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
 {
     PolicyDocument document;
     QStringList checked;
-    const int status = checkedPolicy(policyFile, only, &document, &checked);
-    const QString source = sourceName(policyFile);
-    if (status == ExitRefused)
-        message(QStringLiteral("%1: refused; nothing was applied").arg(source));
+    const int status = checkedPolicy(policyFile, only, &document, &checked,
+                                     QStringLiteral("refused; nothing was applied"));
     if (status != ExitSuccess)
         return status;
+    const QString source = sourceName(policyFile);
 
     QStringList applied;
     QStringList failed;

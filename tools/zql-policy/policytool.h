@@ -61,8 +61,9 @@ public:
 
 private:
     bool readPolicy(const QString &policyFile, QByteArray *text);
+    // Reads and checks the policy; on refusal, the problems and then "<policy>: <refusal>".
     int checkedPolicy(const QString &policyFile, const QStringList &only, PolicyDocument *document,
-                      QStringList *checked);
+                      QStringList *checked, const QString &refusal);
     QString sourceName(const QString &policyFile) const;
 
     const ModuleRegistry &m_registry;
