@@ -37,10 +37,17 @@ QString ToolRun::describe() const
 }
 
 ToolRun runTool(const QString &program, const QStringList &arguments, int timeoutMs,
-                const QByteArray &input)
+                const QByteArray &input, const QStringList &environment)
 {
     ToolRun run;
     QProcess process;
+    if (!environment.isEmpty()) {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        for (const QString &setting : environment)
+            env.insert(setting.section(QLatin1Char('='), 0, 0),
+                       setting.section(QLatin1Char('='), 1));
+        process.setProcessEnvironment(env);
+    }
     process.start(program, arguments);
     if (!process.waitForStarted(StartLimitMs)) {
         run.errorText = QStringLiteral("%1: %2").arg(program, process.errorString());

@@ -33,10 +33,12 @@ struct ToolRun
 /**
  * Runs @p program with @p arguments, writes @p input to its standard input and closes it, and
  * waits at most @p timeoutMs for it to end; a tool still running then is killed.
- * A bare program name is looked up in PATH.
+ * A bare program name is looked up in PATH. @p environment ("NAME=value" each) is added to the
+ * test's own environment.
  */
 ToolRun runTool(const QString &program, const QStringList &arguments, int timeoutMs = 30000,
-                const QByteArray &input = QByteArray());
+                const QByteArray &input = QByteArray(),
+                const QStringList &environment = QStringList());
 
 } // namespace ZqlTest
 

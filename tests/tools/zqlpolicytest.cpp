@@ -2,21 +2,21 @@
 // runs it. Every run that should change nothing is checked against the configuration files.
 #include "moduleregistry.h"
 #include "pamfixture.h"
+#include "systemfixture.h"
 #include "testmain.h"
 #include "toolrun.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <pty.h>
-#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,11 +81,8 @@ void restore(const Snapshot &snapshot)
             QFile::remove(it.key());
     }
     for (auto it = snapshot.begin(); it != snapshot.end(); ++it) {
-        if (now.value(it.key()) != it.value()) {
-            QFile file(it.key());
-            if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-                file.write(it.value());
-        }
+        if (now.value(it.key()) != it.value())
+            ZqlTest::writeBytes(it.key(), it.value());
     }
     QFile::remove(SwitchDir + QStringLiteral("/calls.log"));
 }
@@ -100,25 +97,11 @@ struct Run
 Run run(const QStringList &arguments, const QByteArray &input = QByteArray(),
         const QStringList &environment = QStringList())
 {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (const QString &setting : environment)
-        env.insert(setting.section(QLatin1Char('='), 0, 0), setting.section(QLatin1Char('='), 1));
-    process.setProcessEnvironment(env);
-    process.start(Program, arguments);
+    const ZqlTest::ToolRun tool = ZqlTest::runTool(Program, arguments, 120000, input, environment);
     Run result;
-    if (!process.waitForStarted(30000))
-        return result;
-    process.write(input);
-    process.closeWriteChannel();
-    if (!process.waitForFinished(120000)) {
-        process.kill();
-        process.waitForFinished();
-        return result;
-    }
-    result.exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -2;
-    result.out = process.readAllStandardOutput();
-    result.err = process.readAllStandardError();
+    result.exitCode = tool.ending == ZqlTest::ToolRun::Ending::Exited ? tool.exitCode : -2;
+    result.out = tool.standardOutput;
+    result.err = tool.standardError;
     return result;
 }
 
@@ -127,19 +110,6 @@ QString describe(const Run &result)
     return QStringLiteral("exit %1\nstdout:\n%2\nstderr:\n%3")
         .arg(result.exitCode)
         .arg(QString::fromUtf8(result.out), QString::fromUtf8(result.err));
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-           file.write(bytes) == bytes.size();
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
 }
 
 QByteArray lastLine(const QByteArray &text)
@@ -224,6 +194,9 @@ void ZqlPolicyTest::init()
 void ZqlPolicyTest::cleanup()
 {
     restore(m_snapshot);
+    QString error;
+    if (QFileInfo(path("full")).isDir())
+        ZqlTest::unmount(path("full"), &error); // mounted by exportToUnwritablePlace
 }
 
 void ZqlPolicyTest::help()
@@ -368,7 +341,8 @@ void ZqlPolicyTest::getKeepsNotesOffStandardOutput()
 {
     // A switch script that remarks on standard error: the module passes the remark on as a
     // note, which must not end up inside the JSON.
-    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.warning"), "a remark\n"));
+    QVERIFY(
+        ZqlTest::writeBytes(SwitchDir + QStringLiteral("/console-tty-lock.warning"), "a remark\n"));
     const Run result = run({QStringLiteral("get"), QStringLiteral("console-policy")});
     QCOMPARE(result.exitCode, 0);
     QJsonParseError error;
@@ -388,7 +362,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("p.json")});
     QCOMPARE(exported.exitCode, 0);
     QCOMPARE(exported.out, QByteArray());
-    const QByteArray policy = readFile(path("p.json"));
+    const QByteArray policy = ZqlTest::readBytes(path("p.json"));
     QVERIFY(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"));
     QVERIFY(policy.contains("\"deny\": [true, 5]"));
 
@@ -415,7 +389,7 @@ void ZqlPolicyTest::exportToFileAndStandardOutputAgree()
     const Run toOutput = run({QStringLiteral("export"), QStringLiteral("account-lockout"),
                               QStringLiteral("login-local")});
     QCOMPARE(toOutput.exitCode, 0);
-    QCOMPARE(readFile(path("f.json")), toOutput.out);
+    QCOMPARE(ZqlTest::readBytes(path("f.json")), toOutput.out);
     QCOMPARE(toOutput.out, QByteArray("{\n"
                                       "    \"format\": \"zql-policy\",\n"
                                       "    \"version\": 1,\n"
@@ -446,7 +420,7 @@ void ZqlPolicyTest::checkAcceptsExport()
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     // The switches modules read their switches when they are made; nothing was switched.
-    const QByteArray calls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
 }
 
@@ -516,7 +490,7 @@ void ZqlPolicyTest::refused()
     QFETCH(QStringList, options);
     QFETCH(QByteArray, problems);
 
-    QVERIFY(writeFile(path("bad.json"), policy));
+    QVERIFY(ZqlTest::writeBytes(path("bad.json"), policy));
     const QByteArray prefix = "zql-policy: " + path("bad.json").toUtf8() + ": ";
     QByteArray expectedProblems;
     for (const QByteArray &line : problems.split('\n')) {
@@ -536,34 +510,37 @@ void ZqlPolicyTest::refused()
     QCOMPARE(applied.err, expectedProblems + prefix + "refused; nothing was applied\n");
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     QCOMPARE(ZqlTest::pamAuthUpdateCalls(), calls);
-    const QByteArray switchCalls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    const QByteArray switchCalls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!switchCalls.contains(" enable") && !switchCalls.contains(" disable"),
              switchCalls.constData());
 }
 
 void ZqlPolicyTest::applyOnlySelectedModules()
 {
-    QVERIFY(writeFile(path("two.json"), "{\"format\": \"zql-policy\", \"version\": 1,\n"
-                                        " \"login-local\": {\"login_state\": \"no\"},\n"
-                                        " \"console-policy\": {\"console-tty-lock\": false}}\n"));
+    QVERIFY(ZqlTest::writeBytes(path("two.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                " \"login-local\": {\"login_state\": \"no\"},\n"
+                                " \"console-policy\": {\"console-tty-lock\": false}}\n"));
     const Run result = run({QStringLiteral("apply"), path("two.json"), QStringLiteral("--only"),
                             QStringLiteral("login-local")});
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
     QCOMPARE(lastLine(result.err),
              QByteArray("zql-policy: " + path("two.json").toUtf8() + ": applied: login-local"));
-    QVERIFY(readFile(TesselConf).contains("\nlogin_local no\n"));
+    QVERIFY(ZqlTest::readBytes(TesselConf).contains("\nlogin_local no\n"));
     // No switch was turned.
-    const QByteArray calls = readFile(SwitchDir + QStringLiteral("/calls.log"));
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
 }
 
 void ZqlPolicyTest::moduleFailureIsNamedInExitAndSummary()
 {
-    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable exit 3\n"));
-    QVERIFY(writeFile(path("fail.json"), "{\"format\": \"zql-policy\", \"version\": 1,\n"
-                                         " \"login-local\": {\"login_state\": \"no\"},\n"
-                                         " \"console-policy\": {\"console-tty-lock\": false},\n"
-                                         " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
+    QVERIFY(ZqlTest::writeBytes(SwitchDir + QStringLiteral("/console-tty-lock.fault"),
+                                "disable exit 3\n"));
+    QVERIFY(ZqlTest::writeBytes(path("fail.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                " \"login-local\": {\"login_state\": \"no\"},\n"
+                                " \"console-policy\": {\"console-tty-lock\": false},\n"
+                                " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
     const Run result = run({QStringLiteral("apply"), path("fail.json")});
     QCOMPARE(result.exitCode, 1);
     QVERIFY2(result.err.contains("\"/usr/sbin/console-tty-lock disable\". Exit code: 3."),
@@ -574,13 +551,13 @@ void ZqlPolicyTest::moduleFailureIsNamedInExitAndSummary()
                                  "system-parameters\n"),
              result.err.constData());
     // The modules after the failed one were still applied.
-    QCOMPARE(readFile(SwitchDir + QStringLiteral("/param-swap-wipe.state")),
+    QCOMPARE(ZqlTest::readBytes(SwitchDir + QStringLiteral("/param-swap-wipe.state")),
              QByteArray("enabled\n"));
 }
 
 void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()
 {
-    QVERIFY(writeFile(path("all.json"), LoginAll));
+    QVERIFY(ZqlTest::writeBytes(path("all.json"), LoginAll));
     const Run result =
         run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")});
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
@@ -605,8 +582,8 @@ void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()
 
 void ZqlPolicyTest::dryRunOfRefusedPolicyChangesNothing()
 {
-    QVERIFY(writeFile(path("lf.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
-                                       "\"login-local\": {\"login_state\": \"a\\nb\"}}"));
+    QVERIFY(ZqlTest::writeBytes(path("lf.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
+                                                 "\"login-local\": {\"login_state\": \"a\\nb\"}}"));
     const Run result = run({QStringLiteral("apply"), QStringLiteral("--dry-run"), path("lf.json")});
     QCOMPARE(result.exitCode, 3);
     QCOMPARE(result.out, QByteArray());
@@ -618,7 +595,7 @@ void ZqlPolicyTest::rootLayerRunsOnLayeredSystem()
 {
     // A layer of its own: a system where nobody may log in locally.
     QVERIFY(QDir().mkpath(path("layer/etc/tessel")));
-    QVERIFY(writeFile(path("layer/etc/tessel/tessel.conf"), "login_local no\n"));
+    QVERIFY(ZqlTest::writeBytes(path("layer/etc/tessel/tessel.conf"), "login_local no\n"));
     const QString layer = path("layer");
 
     const Run got = run({QStringLiteral("--root-layer"), layer, QStringLiteral("get"),
@@ -626,38 +603,42 @@ void ZqlPolicyTest::rootLayerRunsOnLayeredSystem()
     QVERIFY2(got.exitCode == 0, qPrintable(describe(got)));
     QVERIFY2(got.out.contains("\"login_state\": \"no\""), got.out.constData());
 
-    QVERIFY(writeFile(path("all.json"), LoginAll));
+    QVERIFY(ZqlTest::writeBytes(path("all.json"), LoginAll));
     const Run applied =
         run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--root-layer=") + layer});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QCOMPARE(applied.err,
              QByteArray("zql-policy: " + path("all.json").toUtf8() + ": applied: login-local\n"));
     // Neither the layer nor the system outside the sandbox changed.
-    QCOMPARE(readFile(path("layer/etc/tessel/tessel.conf")), QByteArray("login_local no\n"));
+    QCOMPARE(ZqlTest::readBytes(path("layer/etc/tessel/tessel.conf")),
+             QByteArray("login_local no\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     const Run missing =
         run({QStringLiteral("--root-layer"), path("nowhere"), QStringLiteral("list")});
     QCOMPARE(missing.exitCode, 125);
-    QVERIFY2(missing.err.startsWith("zql-policy: the sandbox failed: "), missing.err.constData());
+    QCOMPARE(missing.out, QByteArray());
+    QCOMPARE(missing.err, QByteArray("zql-policy: the sandbox failed: layer " +
+                                     path("nowhere").toUtf8() + ": No such file or directory\n"));
 }
 
 void ZqlPolicyTest::rootLayerExportToFile()
 {
     QVERIFY(QDir().mkpath(path("layer2/etc/tessel")));
-    QVERIFY(writeFile(path("layer2/etc/tessel/tessel.conf"), "login_local no\n"));
+    QVERIFY(ZqlTest::writeBytes(path("layer2/etc/tessel/tessel.conf"), "login_local no\n"));
     const Run result =
         run({QStringLiteral("--root-layer"), path("layer2"), QStringLiteral("export"),
              QStringLiteral("-o"), path("layered.json"), QStringLiteral("login-local")});
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
     QCOMPARE(result.out, QByteArray());
-    QCOMPARE(readFile(path("layered.json")), QByteArray("{\n"
-                                                        "    \"format\": \"zql-policy\",\n"
-                                                        "    \"version\": 1,\n"
-                                                        "    \"login-local\": {\n"
-                                                        "        \"login_state\": \"no\"\n"
-                                                        "    }\n"
-                                                        "}\n"));
+    QCOMPARE(ZqlTest::readBytes(path("layered.json")),
+             QByteArray("{\n"
+                        "    \"format\": \"zql-policy\",\n"
+                        "    \"version\": 1,\n"
+                        "    \"login-local\": {\n"
+                        "        \"login_state\": \"no\"\n"
+                        "    }\n"
+                        "}\n"));
 }
 
 void ZqlPolicyTest::unreadablePolicy_data()
@@ -704,17 +685,16 @@ void ZqlPolicyTest::exportToUnwritablePlace()
     if (target.startsWith(QLatin1String("full/"))) {
         // A tmpfs too small for the policy.
         QVERIFY(QDir().mkpath(path("full")));
-        QVERIFY(::mount("tmpfs", QFile::encodeName(path("full")).constData(), "tmpfs", 0,
-                        "size=4k") == 0);
+        QString error;
+        QVERIFY2(ZqlTest::mountTmpfs(path("full"), QStringLiteral("size=4k"), &error),
+                 qPrintable(error));
         file = path(target);
-        QVERIFY(writeFile(file, "the old export\n"));
+        QVERIFY(ZqlTest::writeBytes(file, "the old export\n"));
     }
     const Run result = run({QStringLiteral("export"), QStringLiteral("-o"), file});
     if (target.startsWith(QLatin1String("full/"))) {
-        const QByteArray kept = readFile(file);
-        ::umount(QFile::encodeName(path("full")).constData());
         // The old file is kept whole.
-        QCOMPARE(kept, QByteArray("the old export\n"));
+        QCOMPARE(ZqlTest::readBytes(file), QByteArray("the old export\n"));
     }
     QCOMPARE(result.exitCode, 4);
     QCOMPARE(result.out, QByteArray());
@@ -765,9 +745,11 @@ QByteArray runOnTerminal(const QStringList &arguments, int *exitCode)
 void ZqlPolicyTest::progressOnTerminal()
 {
     // A switch that takes a second to turn: the step shows its elapsed time, then that it ended.
-    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable delay 1\n"));
-    QVERIFY(writeFile(path("slow.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
-                                         "\"console-policy\": {\"console-tty-lock\": false}}"));
+    QVERIFY(ZqlTest::writeBytes(SwitchDir + QStringLiteral("/console-tty-lock.fault"),
+                                "disable delay 1\n"));
+    QVERIFY(ZqlTest::writeBytes(path("slow.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, "
+                                "\"console-policy\": {\"console-tty-lock\": false}}"));
     int exitCode = -1;
     const QByteArray shown = runOnTerminal({QStringLiteral("apply"), path("slow.json")}, &exitCode);
     QCOMPARE(exitCode, 0);
@@ -779,15 +761,17 @@ void ZqlPolicyTest::progressOnTerminal()
         QStringLiteral("^zql-policy: applying console-policy: done after \\d+\\.\\d s\\r$"),
         QRegularExpression::MultilineOption);
     QVERIFY2(done.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
-    QCOMPARE(readFile(SwitchDir + QStringLiteral("/console-tty-lock.state")),
+    QCOMPARE(ZqlTest::readBytes(SwitchDir + QStringLiteral("/console-tty-lock.state")),
              QByteArray("disabled\n"));
 }
 
 void ZqlPolicyTest::noProgressWithoutTerminal()
 {
-    QVERIFY(writeFile(SwitchDir + QStringLiteral("/console-tty-lock.fault"), "disable delay 1\n"));
-    QVERIFY(writeFile(path("slow.json"), "{\"format\": \"zql-policy\", \"version\": 1, "
-                                         "\"console-policy\": {\"console-tty-lock\": false}}"));
+    QVERIFY(ZqlTest::writeBytes(SwitchDir + QStringLiteral("/console-tty-lock.fault"),
+                                "disable delay 1\n"));
+    QVERIFY(ZqlTest::writeBytes(path("slow.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, "
+                                "\"console-policy\": {\"console-tty-lock\": false}}"));
     const Run result = run({QStringLiteral("apply"), path("slow.json")}, QByteArray(),
                            {QStringLiteral("ZQL_POLICY_PROGRESS_INTERVAL_MS=200")});
     QCOMPARE(result.exitCode, 0);

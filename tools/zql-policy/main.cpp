@@ -1,6 +1,7 @@
 // zql-policy: exports, checks, previews and applies a whole security policy through the modules
 // of libzql-modules. docs/zql-policy.md describes the commands and docs/policy-format.md the
 // policy document.
+#include "messages.h"
 #include "moduleregistry.h"
 #include "policytool.h"
 #include "sandboxedrun.h"
@@ -15,6 +16,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+using ZqlPolicy::Messages;
 using ZqlPolicy::PolicyTool;
 
 namespace {
@@ -73,16 +75,9 @@ struct CommandLine
     bool version = false;
 };
 
-void message(const QString &text)
-{
-    std::fflush(stdout);
-    std::fputs(QStringLiteral("zql-policy: %1\n").arg(text).toUtf8().constData(), stderr);
-    std::fflush(stderr);
-}
-
 int usageError(const QString &text)
 {
-    message(text);
+    Messages::report(text);
     std::fputs("Try 'zql-policy --help'.\n", stderr);
     return PolicyTool::ExitUsage;
 }
@@ -154,11 +149,16 @@ int parse(const QStringList &args, CommandLine *line)
     return -1;
 }
 
+bool takesPolicyFile(const QString &command)
+{
+    return command == QLatin1String("check") || command == QLatin1String("apply");
+}
+
 // Whether the options given fit the command; reports the first one that does not.
 int validate(const CommandLine &line, const PolicyTool &tool)
 {
     const QString &command = line.command;
-    const bool takesFile = command == QLatin1String("check") || command == QLatin1String("apply");
+    const bool takesFile = takesPolicyFile(command);
     const bool takesModules = command == QLatin1String("get") || command == QLatin1String("export");
     if (command.isEmpty())
         return usageError(QStringLiteral("no command given"));
@@ -188,24 +188,21 @@ int runSandboxed(const CommandLine &line)
     ZqlPolicy::SandboxedRun run(line.layers);
     QStringList arguments{line.command};
     int policyFd = -1;
-    if (!line.positional.isEmpty() &&
-        (line.command == QLatin1String("check") || line.command == QLatin1String("apply"))) {
+    if (takesPolicyFile(line.command)) {
         // The policy is handed over open: the sandbox need not see the caller's path.
         const QString &fileName = line.positional.first();
         if (fileName != QLatin1String("-")) {
             policyFd = ::open(QFile::encodeName(fileName).constData(), O_RDONLY | O_CLOEXEC);
             if (policyFd < 0) {
-                message(QStringLiteral("cannot read \"%1\": %2")
-                            .arg(fileName, QString::fromLocal8Bit(std::strerror(errno))));
+                Messages::report(QStringLiteral("cannot read \"%1\": %2")
+                                     .arg(fileName, QString::fromLocal8Bit(std::strerror(errno))));
                 return PolicyTool::ExitFileError;
             }
             run.setInput(policyFd);
         }
         arguments << QStringLiteral("-") << QStringLiteral("--source-name")
-                  << (line.sourceName.isEmpty()
-                          ? (fileName == QLatin1String("-") ? QStringLiteral("standard input")
-                                                            : fileName)
-                          : line.sourceName);
+                  << (line.sourceName.isEmpty() ? PolicyTool::displayName(fileName)
+                                                : line.sourceName);
         for (const QString &module : line.only)
             arguments << QStringLiteral("--only") << module;
     } else {
@@ -225,10 +222,11 @@ int runSandboxed(const CommandLine &line)
         (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
         const QStringList changes = run.changes();
         if (changes.isEmpty()) {
-            message(QStringLiteral("dry run: no file would change; nothing was changed"));
+            Messages::report(QStringLiteral("dry run: no file would change; nothing was changed"));
         } else {
-            message(QStringLiteral("dry run: nothing was changed; the apply would change:\n  %1")
-                        .arg(changes.join(QStringLiteral("\n  "))));
+            Messages::report(
+                QStringLiteral("dry run: nothing was changed; the apply would change:\n  %1")
+                    .arg(changes.join(QStringLiteral("\n  "))));
         }
     }
     return status;
@@ -278,7 +276,8 @@ int main(int argc, char *argv[])
             return runSandboxed(line);
         return runHere(line, tool);
     } catch (const std::exception &failure) {
-        message(QStringLiteral("internal error: %1").arg(QString::fromLocal8Bit(failure.what())));
+        Messages::report(
+            QStringLiteral("internal error: %1").arg(QString::fromLocal8Bit(failure.what())));
         return PolicyTool::ExitModuleFailed;
     }
 }

@@ -1,5 +1,6 @@
 #include "policytool.h"
 
+#include "messages.h"
 #include "policychecker.h"
 #include "policyjson.h"
 #include "progressreporter.h"
@@ -15,13 +16,6 @@ namespace ZqlPolicy {
 namespace {
 
 const QString StandardStream = QStringLiteral("-");
-
-void message(const QString &text)
-{
-    std::fflush(stdout);
-    std::fputs(QStringLiteral("zql-policy: %1\n").arg(text).toUtf8().constData(), stderr);
-    std::fflush(stderr);
-}
 
 bool writeOut(const QByteArray &bytes)
 {
@@ -46,11 +40,14 @@ void PolicyTool::setSourceName(const QString &name)
     m_sourceName = name;
 }
 
+QString PolicyTool::displayName(const QString &policyFile)
+{
+    return policyFile == StandardStream ? QStringLiteral("standard input") : policyFile;
+}
+
 QString PolicyTool::sourceName(const QString &policyFile) const
 {
-    if (!m_sourceName.isEmpty())
-        return m_sourceName;
-    return policyFile == StandardStream ? QStringLiteral("standard input") : policyFile;
+    return m_sourceName.isEmpty() ? displayName(policyFile) : m_sourceName;
 }
 
 QStringList PolicyTool::moduleNames() const
@@ -106,7 +103,7 @@ int PolicyTool::get(const QStringList &modules)
                 QString error;
                 int status = reply.first;
                 if (!PolicyJson::toJson(QVariant(reply.second), settings, &error)) {
-                    message(QStringLiteral("%1: %2").arg(name, error));
+                    Messages::report(QStringLiteral("%1: %2").arg(name, error));
                     settings = Json::object();
                     status = ModuleInterface::StatusFailure;
                 }
@@ -135,8 +132,9 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
             ModuleInterface *module = m_registry.module(name);
             if (!module->isAvailable()) {
                 if (!modules.isEmpty()) {
-                    message(QStringLiteral("%1: the module is not available on this machine")
-                                .arg(name));
+                    Messages::report(
+                        QStringLiteral("%1: the module is not available on this machine")
+                            .arg(name));
                     failed.append(name);
                 }
                 continue;
@@ -151,14 +149,14 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
         }
     }
     if (!failed.isEmpty()) {
-        message(QStringLiteral("cannot read the settings of %1; nothing was exported")
-                    .arg(joined(failed)));
+        Messages::report(QStringLiteral("cannot read the settings of %1; nothing was exported")
+                             .arg(joined(failed)));
         return ExitModuleFailed;
     }
     QByteArray text;
     QString error;
     if (!document.toText(&text, &error)) {
-        message(QStringLiteral("%1; nothing was exported").arg(error));
+        Messages::report(QStringLiteral("%1; nothing was exported").arg(error));
         return ExitModuleFailed;
     }
     if (outputFile.isEmpty() || outputFile == StandardStream)
@@ -174,7 +172,8 @@ bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)
     const bool saved = file.open(QIODevice::WriteOnly) && file.write(text) == text.size() &&
                        file.flush() && file.error() == QFileDevice::NoError && file.commit();
     if (!saved)
-        message(QStringLiteral("cannot write \"%1\": %2").arg(fileName, file.errorString()));
+        Messages::report(
+            QStringLiteral("cannot write \"%1\": %2").arg(fileName, file.errorString()));
     return saved;
 }
 
@@ -188,7 +187,7 @@ bool PolicyTool::readPolicy(const QString &policyFile, QByteArray *text)
         if (file.error() == QFileDevice::NoError)
             return true;
     }
-    message(
+    Messages::report(
         QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), file.errorString()));
     return false;
 }
@@ -205,10 +204,10 @@ int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only
     if (document->parse(text, m_registry.names(), &problems))
         PolicyChecker(m_registry).check(*document, only, &problems, checked);
     for (const QString &problem : qAsConst(problems))
-        message(QStringLiteral("%1: %2").arg(source, problem));
+        Messages::report(QStringLiteral("%1: %2").arg(source, problem));
     if (problems.isEmpty())
         return ExitSuccess;
-    message(QStringLiteral("%1: %2").arg(source, refusal));
+    Messages::report(QStringLiteral("%1: %2").arg(source, refusal));
     return ExitRefused;
 }
 
@@ -252,14 +251,14 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
         }
     }
     if (failed.isEmpty()) {
-        message(
+        Messages::report(
             QStringLiteral("%1: applied: %2")
                 .arg(source, applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
         return ExitSuccess;
     }
-    message(QStringLiteral("%1: failed: %2; applied: %3")
-                .arg(source, joined(failed),
-                     applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
+    Messages::report(QStringLiteral("%1: failed: %2; applied: %3")
+                         .arg(source, joined(failed),
+                              applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
     return ExitModuleFailed;
 }
 

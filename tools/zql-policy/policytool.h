@@ -53,6 +53,9 @@ public:
      */
     static bool saveFile(const QString &fileName, const QByteArray &text);
 
+    /** How @p policyFile is named in messages: "standard input" for "-". */
+    static QString displayName(const QString &policyFile);
+
     /** The name keys of the modules, in apply order. */
     QStringList moduleNames() const;
 

@@ -1,30 +1,15 @@
 #include "progressreporter.h"
 
+#include "messages.h"
+
 #include <QByteArray>
 
-#include <cerrno>
 #include <cstdlib>
 #include <unistd.h>
 
 namespace ZqlPolicy {
 
 namespace {
-
-void writeLine(int fd, const QString &line)
-{
-    const QByteArray bytes = line.toUtf8() + '\n';
-    const char *data = bytes.constData();
-    size_t left = static_cast<size_t>(bytes.size());
-    while (left > 0) {
-        const ssize_t written = ::write(fd, data, left);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return; // a progress line is not worth failing the step for
-        data += written;
-        left -= static_cast<size_t>(written);
-    }
-}
 
 QString seconds(std::chrono::steady_clock::duration elapsed)
 {
@@ -80,14 +65,16 @@ void ProgressReporter::run(const QString &step, std::chrono::steady_clock::time_
     std::unique_lock<std::mutex> lock(m_mutex);
     auto next = begin + m_interval;
     while (!m_wake.wait_until(lock, next, [this] { return m_stop; })) {
-        writeLine(m_fd, QStringLiteral("zql-policy: %1: %2 s")
-                            .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
+        Messages::writeLine(m_fd,
+                            QStringLiteral("zql-policy: %1: %2 s")
+                                .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
         reported = true;
         next += m_interval;
     }
     if (reported) {
-        writeLine(m_fd, QStringLiteral("zql-policy: %1: done after %2 s")
-                            .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
+        Messages::writeLine(m_fd,
+                            QStringLiteral("zql-policy: %1: done after %2 s")
+                                .arg(step, seconds(std::chrono::steady_clock::now() - begin)));
     }
 }
 

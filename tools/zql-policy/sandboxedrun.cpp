@@ -1,5 +1,6 @@
 #include "sandboxedrun.h"
 
+#include "messages.h"
 #include "sandbox.h"
 #include "streamredirection.h"
 #include "unifieddiff.h"
@@ -58,13 +59,6 @@ private:
     struct sigaction m_oldTerm = {};
     struct sigaction m_oldHup = {};
 };
-
-void report(const QString &message)
-{
-    std::fflush(stdout);
-    std::fputs(QStringLiteral("zql-policy: %1\n").arg(message).toLocal8Bit().constData(), stderr);
-    std::fflush(stderr);
-}
 
 // Whether the sandbox would not show path: its /tmp and /dev/shm are fresh, and only the root
 // file system is overlaid, not file systems mounted below it.
@@ -139,7 +133,7 @@ int SandboxedRun::run(const QStringList &arguments)
     m_changes.clear();
     const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
     if (program.isEmpty()) {
-        report(QStringLiteral("cannot find this program's own file"));
+        Messages::report(QStringLiteral("cannot find this program's own file"));
         return ExitSandboxFailed;
     }
 
@@ -159,8 +153,8 @@ int SandboxedRun::run(const QStringList &arguments)
     if (m_captureOutput) {
         captureFd = ::memfd_create("zql-policy-output", MFD_CLOEXEC);
         if (captureFd < 0) {
-            report(QStringLiteral("cannot keep the output: %1")
-                       .arg(QString::fromLocal8Bit(std::strerror(errno))));
+            Messages::report(QStringLiteral("cannot keep the output: %1")
+                                 .arg(QString::fromLocal8Bit(std::strerror(errno))));
             return ExitSandboxFailed;
         }
     }
@@ -188,8 +182,8 @@ int SandboxedRun::run(const QStringList &arguments)
         StreamRedirection input(m_input >= 0 ? m_input : 0, 0);
         StreamRedirection output(captureFd >= 0 ? captureFd : (m_diff ? 2 : 1), 1);
         if (!input.ok() || !output.ok()) {
-            report(QStringLiteral("cannot hand the streams to the sandbox: %1")
-                       .arg(QString::fromLocal8Bit(std::strerror(errno))));
+            Messages::report(QStringLiteral("cannot hand the streams to the sandbox: %1")
+                                 .arg(QString::fromLocal8Bit(std::strerror(errno))));
         } else {
             diffFd = output.saved();
             SignalGuard signalGuard(&sandbox);
@@ -207,13 +201,16 @@ int SandboxedRun::run(const QStringList &arguments)
         }
     }
     if (status == ZqlSandbox::Sandbox::ExitSetupFailed && !sandbox.errorString().empty()) {
-        report(QStringLiteral("the sandbox failed: %1")
-                   .arg(QString::fromLocal8Bit(sandbox.errorString().c_str())));
+        // The sandbox library words its errors for its own program ("zql-sandbox: ...").
+        QString reason = QString::fromLocal8Bit(sandbox.errorString().c_str());
+        if (reason.startsWith(QLatin1String("zql-sandbox: ")))
+            reason.remove(0, int(std::strlen("zql-sandbox: ")));
+        Messages::report(QStringLiteral("the sandbox failed: %1").arg(reason));
         return ExitSandboxFailed;
     }
     if (!diffError.empty()) {
-        report(QStringLiteral("the diff of the dry run failed: %1")
-                   .arg(QString::fromLocal8Bit(diffError.c_str())));
+        Messages::report(QStringLiteral("the diff of the dry run failed: %1")
+                             .arg(QString::fromLocal8Bit(diffError.c_str())));
         return ExitSandboxFailed;
     }
     return status;
