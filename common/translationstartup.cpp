@@ -8,7 +8,8 @@
 namespace {
 const QString CatalogueName = QStringLiteral("libzql-modules");
 const QString CataloguePrefix = QStringLiteral("_");
-const QString CatalogueDirectory = QStringLiteral("/usr/share/vela/translations");
+// The build's one definition of the catalogue directory, "/usr/share/vela/translations".
+const QString CatalogueDirectory = QStringLiteral(ZQL_TRANSLATIONS_DIR);
 
 void installCatalogue()
 {

@@ -1,10 +1,9 @@
 #include "tesselconffile.h"
 
 #include "configfileengine_p.h"
-
-#include <zql-modules/filenotexistexception.h>
-#include <zql-modules/openfileexception.h>
-#include <zql-modules/writefileexception.h>
+#include "filenotexistexception.h"
+#include "openfileexception.h"
+#include "writefileexception.h"
 
 #include <QFile>
 #include <QRegularExpression>
