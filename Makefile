@@ -1,6 +1,9 @@
 # Entry points for a fresh Debian 12 machine (run as root):
 #   make test            install what is missing, configure, build, run the whole suite
 #   make test-sanitize   the same suite in a second build under ASan and UBSan
+#   make test-unit       only the suites that need neither root nor the sandbox (label "unit")
+#   make test-vendor     the library linked against a stand-in vendor platform library, with the
+#                        platform suite
 #   make bench           the benchmarks, in the sandbox
 #   make demo            zql-policy on the simulated system in the sandbox: the modules, an
 #                        export, and a dry run of examples/hardening.json with its diff
@@ -9,7 +12,10 @@
 
 BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
+VENDOR_DIR ?= build-vendor
 JOBS ?= $(shell nproc)
+# Warnings as errors: CI turns this on (.ci/run); a plain build keeps them warnings.
+ZQL_WERROR ?= OFF
 
 # The PAM rig (tests/pam) needs libpam's headers, pam_pwquality with cracklib's dictionary
 # (a recommendation that --no-install-recommends would drop; without it pwquality refuses every
@@ -17,9 +23,9 @@ JOBS ?= $(shell nproc)
 # machine: pam_pwquality joins its common-password.
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
                   qttools5-dev-tools tar util-linux libbenchmark-dev nlohmann-json3-dev diffutils \
-                  libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd
+                  libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd clang-tidy
 
-.PHONY: all deps build build-sanitize test test-sanitize bench demo clean
+.PHONY: all deps build build-sanitize test test-sanitize test-unit test-vendor bench demo clean
 
 all: build
 
@@ -36,11 +42,12 @@ deps:
 	fi
 
 build: deps
-	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZQL_WERROR=$(ZQL_WERROR)
 	cmake --build $(BUILD_DIR) -j $(JOBS)
 
 build-sanitize: deps
-	cmake -S . -B $(SANITIZE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZQL_SANITIZE=ON
+	cmake -S . -B $(SANITIZE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DZQL_SANITIZE=ON \
+	    -DZQL_WERROR=$(ZQL_WERROR) -DZQL_TIDY_TESTS=OFF
 	cmake --build $(SANITIZE_DIR) -j $(JOBS)
 
 test: build
@@ -48,6 +55,21 @@ test: build
 
 test-sanitize: build-sanitize
 	@sh tests/run-suite.sh $(SANITIZE_DIR) $(JOBS)
+
+test-unit: build
+	ctest --test-dir $(BUILD_DIR) --output-on-failure -j $(JOBS) -L unit
+
+# The vendor seam: a stand-in vendor library built from the reference sources, the library
+# configured with ZQL_VENDOR_PLATFORM=ON against it, and the platform suite.
+test-vendor: deps
+	cmake -S tests/platform/vendor-standin -B $(VENDOR_DIR)/standin -G Ninja
+	cmake --build $(VENDOR_DIR)/standin -j $(JOBS)
+	cmake -S . -B $(VENDOR_DIR)/library -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DZQL_WERROR=$(ZQL_WERROR) -DZQL_TIDY_TESTS=OFF -DZQL_BUILD_BENCHMARKS=OFF \
+	    -DZQL_VENDOR_PLATFORM=ON -DZQL_PLATFORM_REFERENCE_TESTS=ON \
+	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
+	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest
+	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
 
 # Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
 bench: build
@@ -59,4 +81,4 @@ demo: build
 	@sh examples/demo.sh $(BUILD_DIR)
 
 clean:
-	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)
+	rm -rf $(BUILD_DIR) $(SANITIZE_DIR) $(VENDOR_DIR)

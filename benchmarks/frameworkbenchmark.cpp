@@ -64,7 +64,7 @@ struct ConfigFile
 void BM_ReadFileWithHandler(benchmark::State &state)
 {
     ConfigFile file;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         KeyHandler handler;
         QString errors;
         benchmark::DoNotOptimize(readFileWithHandler(file.path, handler, errors));
@@ -76,7 +76,7 @@ void BM_RewriteFileWithHandler(benchmark::State &state)
 {
     ConfigFile file;
     const bool makeBackup = state.range(0) != 0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         KeyHandler handler;
         QString errors;
         if (!rewriteFileWithHandler(file.path, handler, errors, makeBackup))
@@ -87,7 +87,7 @@ BENCHMARK(BM_RewriteFileWithHandler)->Arg(0)->Arg(1)->Unit(benchmark::kMilliseco
 
 void BM_RunProcessTrue(benchmark::State &state)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         QString errors;
         if (!runProcess(QStringLiteral("true"), {}, errors))
             state.SkipWithError("true failed");
@@ -99,7 +99,7 @@ void BM_FormatOutput(benchmark::State &state)
 {
     BenchModule module;
     const QString message = QStringLiteral("\"/etc/pam.d/common-auth\" not exists");
-    for (auto _ : state)
+    for ([[maybe_unused]] auto _ : state)
         benchmark::DoNotOptimize(module.formatOutput(message));
 }
 BENCHMARK(BM_FormatOutput);

@@ -1,6 +1,7 @@
-#include "testmain.h"
 
 #include <zql-modules/modules.h>
+
+#include <QtTest>
 
 #include <type_traits>
 
@@ -65,5 +66,5 @@ void FileExceptionTest::caughtByBaseType()
     QVERIFY(asQException);
 }
 
-ZQL_SANDBOXED_TEST_MAIN(FileExceptionTest)
+QTEST_GUILESS_MAIN(FileExceptionTest)
 #include "fileexceptiontest.moc"

@@ -1,8 +1,9 @@
 #include "diagnosticstreams_p.h"
 #include "outputcapture.h"
-#include "testmain.h"
 
 #include <zql-modules/modules.h>
+
+#include <QtTest>
 
 #include <type_traits>
 
@@ -178,5 +179,5 @@ void ModuleInterfaceTest::diagnosticsReachBothStreamsInOrder()
              QByteArray("sample : first error\nsample : a note\nsample : second error\n"));
 }
 
-ZQL_SANDBOXED_TEST_MAIN(ModuleInterfaceTest)
+QTEST_GUILESS_MAIN(ModuleInterfaceTest)
 #include "moduleinterfacetest.moc"

@@ -1,10 +1,10 @@
-#include "testmain.h"
 
 #include <zql-modules/modules.h>
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QtTest>
 
 namespace {
 const QString Tool = QStringLiteral(ZQL_TEST_TOOL);
@@ -181,5 +181,5 @@ void ProcessRunnerTest::unlimitedWaits()
     QVERIFY(errors.endsWith(QStringLiteral("\n\"Not finished\"")));
 }
 
-ZQL_SANDBOXED_TEST_MAIN(ProcessRunnerTest)
+QTEST_GUILESS_MAIN(ProcessRunnerTest)
 #include "processrunnertest.moc"

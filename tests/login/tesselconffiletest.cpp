@@ -56,8 +56,8 @@ void TesselConfFileTest::metaObject()
     TesselConfFile file;
     QCOMPARE(file.metaObject()->className(), "TesselConfFile");
     QObject parent;
-    auto *child = new TesselConfFile(&parent);
-    QCOMPARE(child->parent(), &parent);
+    const TesselConfFile child(&parent);
+    QCOMPARE(child.parent(), &parent);
     QCOMPARE(int(TesselConfFile::Unknown), 0);
     QCOMPARE(int(TesselConfFile::All), 1);
     QCOMPARE(int(TesselConfFile::Admin), 2);

@@ -59,7 +59,7 @@ void PasswordEnforcementTest::init()
 
 QString PasswordEnforcementTest::createUser()
 {
-    const QString name = QStringLiteral("zqlpolicy%1").arg(++m_users);
+    QString name = QStringLiteral("zqlpolicy%1").arg(++m_users);
     QString error;
     if (!ZqlTest::createUser(name, FirstPassword, &error) ||
         !ZqlTest::writePamService(ZqlTest::PasswordCheckService, ZqlTest::PasswordCheckServiceText,

@@ -1,8 +1,8 @@
-#include "testmain.h"
 
 #include <zql-modules/modules.h>
 
 #include <QJsonDocument>
+#include <QtTest>
 
 #include <stdexcept>
 
@@ -268,5 +268,5 @@ void SecuritySwitchTest::setters()
     QCOMPARE(record.hasSlave(), false);
 }
 
-ZQL_SANDBOXED_TEST_MAIN(SecuritySwitchTest)
+QTEST_GUILESS_MAIN(SecuritySwitchTest)
 #include "securityswitchtest.moc"

@@ -1,8 +1,8 @@
 #include "policychecker.h"
 #include "outputcapture.h"
-#include "testmain.h"
 
 #include <QJsonArray>
+#include <QtTest>
 
 #include <map>
 #include <memory>
@@ -693,5 +693,5 @@ void PolicyCheckerTest::controlCharacterProblemDirectly()
              QString());
 }
 
-ZQL_SANDBOXED_TEST_MAIN(PolicyCheckerTest)
+QTEST_GUILESS_MAIN(PolicyCheckerTest)
 #include "policycheckertest.moc"

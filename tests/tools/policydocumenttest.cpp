@@ -1,9 +1,9 @@
 #include "policydocument.h"
 #include "outputcapture.h"
-#include "testmain.h"
 
 #include <QDate>
 #include <QJsonArray>
+#include <QtTest>
 
 #include <limits>
 
@@ -469,5 +469,5 @@ void PolicyDocumentTest::toTextRefused()
     QCOMPARE(text, QByteArray("before"));
 }
 
-ZQL_SANDBOXED_TEST_MAIN(PolicyDocumentTest)
+QTEST_GUILESS_MAIN(PolicyDocumentTest)
 #include "policydocumenttest.moc"

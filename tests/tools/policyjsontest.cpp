@@ -1,10 +1,10 @@
 #include "policyjson.h"
-#include "testmain.h"
 
 #include <QDate>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QtTest>
 
 #include <climits>
 #include <cmath>
@@ -607,5 +607,5 @@ void PolicyJsonTest::parseAccepted()
     QCOMPARE(typed(PolicyJson::toVariant(json)), typed(value));
 }
 
-ZQL_SANDBOXED_TEST_MAIN(PolicyJsonTest)
+QTEST_GUILESS_MAIN(PolicyJsonTest)
 #include "policyjsontest.moc"

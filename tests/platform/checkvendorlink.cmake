@@ -1,0 +1,18 @@
+# Fails unless the library records every vendor library as a dependency (DT_NEEDED).
+# Usage: cmake -DLIBRARY=<libzql-modules.so> -DVENDOR_LIBRARIES=<libraries> -P checkvendorlink.cmake
+execute_process(COMMAND objdump -p ${LIBRARY} RESULT_VARIABLE result OUTPUT_VARIABLE dynamic)
+if(NOT result EQUAL 0)
+    message(FATAL_ERROR "objdump -p ${LIBRARY} failed")
+endif()
+foreach(vendor IN LISTS VENDOR_LIBRARIES)
+    execute_process(COMMAND objdump -p ${vendor} OUTPUT_VARIABLE vendor_dynamic)
+    if(NOT vendor_dynamic MATCHES "SONAME +([^\n]+)\n")
+        message(FATAL_ERROR "${vendor} has no SONAME")
+    endif()
+    set(soname ${CMAKE_MATCH_1})
+    string(FIND "${dynamic}" "NEEDED               ${soname}\n" found)
+    if(found EQUAL -1)
+        message(FATAL_ERROR "${LIBRARY} does not depend on ${soname}:\n${dynamic}")
+    endif()
+    message(STATUS "${LIBRARY} depends on ${soname}")
+endforeach()
