@@ -1,7 +1,7 @@
 #include "sandbox.h"
 
-#include "argv_p.h"
 #include "changewalk.h"
+#include "posixio_p.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -111,39 +111,6 @@ struct Plan
     std::string execFailure; // message prefix when the command cannot be started
 };
 
-// Closes a file descriptor when it goes out of scope.
-struct Fd
-{
-    int fd = -1;
-    Fd() = default;
-    explicit Fd(int f)
-        : fd(f)
-    {}
-    Fd(const Fd &) = delete;
-    Fd &operator=(const Fd &) = delete;
-    ~Fd() { reset(); }
-    void reset()
-    {
-        if (fd >= 0)
-            ::close(fd);
-        fd = -1;
-    }
-};
-
-void writeAll(int fd, const void *data, size_t size)
-{
-    const char *p = static_cast<const char *>(data);
-    while (size > 0) {
-        ssize_t n = ::write(fd, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return;
-        p += n;
-        size -= static_cast<size_t>(n);
-    }
-}
-
 void writeString(int fd, const char *s)
 {
     writeAll(fd, s, std::strlen(s));
@@ -159,15 +126,6 @@ void sendRecord(const Plan &plan, RecordType type, Step step, int index, int err
 {
     sendRecord(plan, RecordFailed, step, index, error, status);
     ::_exit(Sandbox::ExitSetupFailed);
-}
-
-pid_t waitFor(pid_t pid, int *status)
-{
-    pid_t r;
-    do {
-        r = ::waitpid(pid, status, 0);
-    } while (r < 0 && errno == EINTR);
-    return r;
 }
 
 void sleepMilliseconds(long ms)
@@ -352,13 +310,9 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
     // overlayfs refuses lower layers that lie inside another layer (every directory lies
     // inside "/"), so the layers are copied onto the tmpfs first.
     for (size_t i = 0; i < copyArgv.size(); ++i) {
-        pid_t cp = ::fork();
+        pid_t cp = startProgram(copyArgv[i].data());
         if (cp < 0)
             fail(plan, StepForkCopy, static_cast<int>(i), errno);
-        if (cp == 0) {
-            ::execvp(copyArgv[i][0], copyArgv[i].data());
-            ::_exit(127);
-        }
         int status = 0;
         if (waitFor(cp, &status) < 0)
             fail(plan, StepCopyLayer, static_cast<int>(i), errno);
@@ -454,17 +408,8 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
 
 bool readRecord(int fd, Record &record)
 {
-    char *p = reinterpret_cast<char *>(&record);
     size_t got = 0;
-    while (got < sizeof record) {
-        ssize_t n = ::read(fd, p + got, sizeof record - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        got += static_cast<size_t>(n);
-    }
-    return true;
+    return readFull(fd, &record, sizeof record, got) && got == sizeof record;
 }
 
 std::string errorText(int error)
@@ -661,14 +606,8 @@ std::string parentDir(const std::string &path)
 bool runProgram(const std::vector<std::string> &args, int *status)
 {
     std::vector<char *> argv = pointers(args);
-    pid_t pid = ::fork();
-    if (pid < 0)
-        return false;
-    if (pid == 0) {
-        ::execvp(argv[0], argv.data());
-        ::_exit(127);
-    }
-    return waitFor(pid, status) == pid;
+    pid_t pid = startProgram(argv.data());
+    return pid >= 0 && waitFor(pid, status) == pid;
 }
 
 } // namespace
@@ -915,7 +854,7 @@ int Sandbox::run(const std::vector<std::string> &command)
     bool notStarted = false; // exec failed: nothing to inspect
     Record failure{};
     int commandStatus = 0;
-    while (!done && readRecord(reportRead.fd, record)) {
+    while (!done && readRecord(reportRead.get(), record)) {
         if (record.type == RecordFailed && !setupFailed) {
             setupFailed = true;
             failure = record;
