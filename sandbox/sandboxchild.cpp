@@ -163,7 +163,7 @@ void takeSignals(SandboxSignals &saved)
 }
 
 [[noreturn]] void commandMain(const Plan &plan, pid_t sandboxProcess, dev_t mergedDev,
-                              char *const *argv, char **envp, const SandboxSignals &signals)
+                              const SandboxSignals &signals)
 {
     ::sigaction(SIGINT, &signals.interrupt, nullptr);
     ::sigaction(SIGQUIT, &signals.quit, nullptr);
@@ -180,8 +180,8 @@ void takeSignals(SandboxSignals &saved)
     if (!isOverlayRoot("/", mergedDev))
         fail(plan, StepCheckRoot);
 
-    environ = envp;
-    ::execvp(argv[0], argv);
+    environ = const_cast<char **>(plan.envp.data()); // execvp() only reads it
+    ::execvp(plan.argv[0], plan.argv.data());
     int error = errno;
     sendRecord(plan, RecordNotStarted, StepExec, 0, error, 0);
     writeString(STDERR_FILENO, plan.execFailure.c_str());
@@ -200,8 +200,7 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
 } // namespace
 
 // The process that owns the mount namespace. Uses only system calls and prepared data.
-[[noreturn]] void sandboxMain(const Plan &plan, char *const *argv, char **envp,
-                              const std::vector<std::vector<char *>> &copyArgv)
+[[noreturn]] void sandboxMain(const Plan &plan)
 {
     // SIGTERM must end the set-up even if the caller ignores it; the command gets the
     // caller's disposition back (a handler becomes the default, as across exec).
@@ -231,8 +230,8 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
 
     // overlayfs refuses lower layers that lie inside another layer (every directory lies
     // inside "/"), so the layers are copied onto the tmpfs first.
-    for (size_t i = 0; i < copyArgv.size(); ++i) {
-        pid_t cp = startProgram(copyArgv[i].data());
+    for (size_t i = 0; i < plan.copyArgv.size(); ++i) {
+        pid_t cp = startProgram(plan.copyArgv[i].data());
         if (cp < 0)
             fail(plan, StepForkCopy, static_cast<int>(i), errno);
         int status = 0;
@@ -297,7 +296,7 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
     if (command < 0)
         fail(plan, StepForkCommand, 0, errno);
     if (command == 0)
-        commandMain(plan, self, mergedStat.st_dev, argv, envp, signals);
+        commandMain(plan, self, mergedStat.st_dev, signals);
     commandPid = command;
     if (stopRequested)
         ::kill(command, SIGKILL);

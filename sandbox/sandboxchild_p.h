@@ -5,7 +5,6 @@
 #include "sandboxplan_p.h"
 
 #include <cstdint>
-#include <vector>
 
 namespace ZqlSandbox {
 
@@ -54,8 +53,6 @@ struct Record
 
 // The sandbox process: sets up the namespace and the overlay, runs the command in a process of
 // its own, reports on plan.reportFd and keeps the namespace until plan.releaseFd reads EOF.
-// argv, envp and copyArgv are plan's strings as execve() takes them, built before fork().
-[[noreturn]] void sandboxMain(const Plan &plan, char *const *argv, char **envp,
-                              const std::vector<std::vector<char *>> &copyArgv);
+[[noreturn]] void sandboxMain(const Plan &plan);
 
 } // namespace ZqlSandbox

@@ -1,5 +1,5 @@
-// The plan of one Sandbox::run(): every path, mount option, argument list and environment the
-// forked processes use, prepared before fork().
+// The plan of one Sandbox::run(): its settings checked, and every path, mount option, argument
+// list and environment the forked processes use, prepared before fork().
 #pragma once
 
 #include <string>
@@ -11,12 +11,32 @@ namespace ZqlSandbox {
 // Starts every message of Sandbox::errorString() and of the forked processes.
 inline constexpr char ErrorPrefix[] = "zql-sandbox: ";
 
-// Everything the forked processes need, prepared before fork() so that they allocate nothing.
+class Sandbox;
+
+// Everything the forked processes need, prepared before fork() so that they allocate nothing,
+// and what the caller needs afterwards to describe a failure and keep the upper layer. Owns
+// the directory base: it is created by prepare() and removed again when the plan goes away
+// (it is empty then: its tmpfs was mounted only in the sandbox's namespace). Filled in place
+// and never copied, so that the pointers in argv, envp and copyArgv stay valid.
 struct Plan
 {
+    Plan() = default;
+    ~Plan();
+    Plan(const Plan &) = delete;
+    Plan &operator=(const Plan &) = delete;
+
+    // Checks sandbox's settings and the machine (root, the layers and shared directories, the
+    // keep directory), creates base and fills in the rest for command. Returns what is wrong,
+    // without ErrorPrefix, or an empty text.
+    std::string prepare(const Sandbox &sandbox, const std::vector<std::string> &command);
+
     pid_t caller = 0;
-    int reportFd = -1;  // write end: records to the caller
-    int releaseFd = -1; // read end: EOF when the caller has looked at the upper layer
+    int reportFd = -1;  // write end: records to the caller; set by SandboxProcess
+    int releaseFd = -1; // read end: EOF when the caller has looked at the upper layer; likewise
+
+    std::vector<std::string> layers; // the sandbox's layers, resolved
+    std::string keep;                // the keep directory, absolute; empty: none
+    bool createKeep = false;         // keep does not exist yet
 
     std::string base; // the tmpfs holding everything below
     std::string baseOptions;
@@ -47,6 +67,16 @@ struct Plan
     std::vector<std::string> args;
     std::vector<std::string> env;
     std::string execFailure; // message prefix when the command cannot be started
+
+    // args, env and copyArgs as execve() takes them.
+    std::vector<char *> argv;
+    std::vector<char *> envp;
+    std::vector<std::vector<char *>> copyArgv;
+
+private:
+    std::string checkKeepDir(const std::string &dir);
+    void layOut(const std::vector<std::string> &shares, const std::string &tmpfsSize);
+    void prepareCommand(const std::vector<std::string> &command, ino_t hostMountNamespace);
 };
 
 } // namespace ZqlSandbox
