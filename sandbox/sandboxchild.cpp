@@ -1,9 +1,10 @@
 // Runs in the processes that Sandbox::run() forks, from fork() until exec() or _exit().
 //
 // The caller may have other threads, and one of them may have held the allocator's lock (or
-// another lock) at fork time: nothing here may allocate or call anything that is not
-// async-signal-safe. Everything comes prepared in the Plan; failures go to the caller as a
-// Record (a step, an index and errno), which it turns into text.
+// another lock) at fork time. So nothing here may allocate or take a lock: only system calls,
+// async-signal-safe functions, the helpers of posixio_p.h that say so, and glibc's execvp(),
+// which allocates nothing. Everything comes prepared in the Plan; failures go to the caller as
+// a Record (a step, an index and errno), which it turns into text.
 #include "sandboxchild_p.h"
 
 #include "posixio_p.h"
