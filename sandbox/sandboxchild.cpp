@@ -105,6 +105,15 @@ void killLeftovers()
     }
 }
 
+void setDefaultAction(int sig)
+{
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = SIG_DFL;
+    sigemptyset(&action.sa_mask);
+    ::sigaction(sig, &action, nullptr);
+}
+
 // A fresh process image would have default handlers: give this process and the command the
 // same, and an empty signal mask, whatever the caller uses. Ignored signals stay ignored,
 // as across exec.
@@ -117,12 +126,8 @@ void resetSignals()
         if (::sigaction(sig, nullptr, &action) != 0)
             continue;
         bool handled = action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
-        if (handled || sig == SIGCHLD) { // SIGCHLD ignored would break waitpid()
-            std::memset(&action, 0, sizeof action);
-            action.sa_handler = SIG_DFL;
-            sigemptyset(&action.sa_mask);
-            ::sigaction(sig, &action, nullptr);
-        }
+        if (handled || sig == SIGCHLD) // SIGCHLD ignored would break waitpid()
+            setDefaultAction(sig);
     }
     sigset_t none;
     sigemptyset(&none);
@@ -208,11 +213,7 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
     struct sigaction callerTerminate;
     ::sigaction(SIGTERM, nullptr, &callerTerminate);
     resetSignals();
-    struct sigaction defaultAction;
-    std::memset(&defaultAction, 0, sizeof defaultAction);
-    defaultAction.sa_handler = SIG_DFL;
-    sigemptyset(&defaultAction.sa_mask);
-    ::sigaction(SIGTERM, &defaultAction, nullptr);
+    setDefaultAction(SIGTERM);
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0)
         fail(plan, StepParentDeath, 0, errno);
     if (::getppid() != plan.caller)
