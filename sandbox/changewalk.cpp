@@ -1,5 +1,7 @@
 #include "changewalk.h"
 
+#include "posixio_p.h"
+
 #include <algorithm>
 #include <cstring>
 #include <set>
@@ -36,22 +38,6 @@ bool listDir(const std::string &path, std::vector<std::string> &names)
             names.emplace_back(entry->d_name);
     }
     ::closedir(dir);
-    return true;
-}
-
-bool readFull(int fd, char *buffer, size_t size, size_t &got)
-{
-    got = 0;
-    while (got < size) {
-        ssize_t n = ::read(fd, buffer + got, size - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            return false;
-        if (n == 0)
-            break;
-        got += static_cast<size_t>(n);
-    }
     return true;
 }
 

@@ -1,6 +1,6 @@
 #include "unifieddiff.h"
 
-#include "argv_p.h"
+#include "posixio_p.h"
 
 #include <cerrno>
 #include <csignal>
@@ -64,29 +64,6 @@ private:
     sigset_t m_callerMask;
     bool m_wasPending = false;
 };
-
-bool writeAll(int fd, const char *data, size_t size)
-{
-    while (size > 0) {
-        ssize_t n = ::write(fd, data, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
-pid_t waitFor(pid_t pid, int *status)
-{
-    pid_t r;
-    do {
-        r = ::waitpid(pid, status, 0);
-    } while (r < 0 && errno == EINTR);
-    return r;
-}
 
 // The first executable regular file called name in PATH, as execvp() would find it.
 std::string findProgram(const char *name, std::string *searched)
