@@ -76,7 +76,7 @@ std::string findProgram(const char *name, std::string *searched)
         std::string dir = searched->substr(start, colon - start);
         if (dir.empty())
             dir = ".";
-        const std::string candidate = dir + '/' + name;
+        std::string candidate = dir + '/' + name;
         struct stat st;
         if (::stat(candidate.c_str(), &st) == 0 && S_ISREG(st.st_mode) &&
             ::access(candidate.c_str(), X_OK) == 0)
