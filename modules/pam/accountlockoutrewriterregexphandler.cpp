@@ -11,11 +11,7 @@ RewriterRegExpHandler::RewriterRegExpHandler(const QHash<QString, QVariant> &set
 
 bool RewriterRegExpHandler::handleLine(QByteArray *line)
 {
-    if (!line)
-        return false;
-    *line = PamOptions::rewrittenLine(PamOptions::Tally, regExp(), m_settings);
-    m_found = true;
-    return true;
+    return PamOptions::rewriteLine(PamOptions::Tally, regExp(), m_settings, line, &m_found);
 }
 
 bool RewriterRegExpHandler::found() const

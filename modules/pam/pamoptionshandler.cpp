@@ -87,7 +87,8 @@ void storeDefaults(const Shape &shape, QHash<QString, QVariant> &result)
         result.insert(number, SwitchedNumber::off());
 }
 
-void readOptions(const Shape &shape, const QRegExp &line, QHash<QString, QVariant> &result)
+bool readLine(const Shape &shape, const QRegExp &line, QHash<QString, QVariant> &result,
+              bool *found)
 {
     // Searched, not anchored: "xminlen=5" counts as minlen. No managed name is the start of
     // another, so the order of the alternatives does not matter.
@@ -106,11 +107,15 @@ void readOptions(const Shape &shape, const QRegExp &line, QHash<QString, QVarian
         const bool on = number != 0 || !shape.zeroReadsOff.contains(name);
         result.insert(name, SwitchedNumber::make(on, number));
     }
+    *found = true;
+    return true;
 }
 
-QByteArray rewrittenLine(const Shape &shape, const QRegExp &line,
-                         const QHash<QString, QVariant> &settings)
+bool rewriteLine(const Shape &shape, const QRegExp &line, const QHash<QString, QVariant> &settings,
+                 QByteArray *content, bool *found)
 {
+    if (!content)
+        return false;
     QString text = line.cap(1);
 
     const QStringList managed = shape.flags + shape.numbers;
@@ -130,7 +135,9 @@ QByteArray rewrittenLine(const Shape &shape, const QRegExp &line,
         if (isWrittenOn(shape.writtenSwitch, value))
             text += NumberFormat.arg(number, QString::number(SwitchedNumber::number(value)));
     }
-    return text.toLocal8Bit();
+    *content = text.toLocal8Bit();
+    *found = true;
+    return true;
 }
 
 } // namespace PamOptions

@@ -47,15 +47,18 @@ extern const Shape History;
 // numbers [false, 0].
 void storeDefaults(const Shape &shape, QHash<QString, QVariant> &result);
 
-// Stores the options of one line into @p result; @p line holds the captures of the line's match
-// of shape.readingPattern. Options of other names are ignored.
-void readOptions(const Shape &shape, const QRegExp &line, QHash<QString, QVariant> &result);
+// Reading, for each matched line: stores the line's options into @p result and sets @p found.
+// Options of other names are ignored. @p line holds the captures of shape.readingPattern.
+// @return true, as a reader's handleLine() does.
+bool readLine(const Shape &shape, const QRegExp &line, QHash<QString, QVariant> &result,
+              bool *found);
 
-// The new content of one line, without line end: the text up to the module name, the options
-// that @p shape does not manage in their order, then the managed ones that @p settings switch
-// on, flags first. @p line holds the captures of the line's match of shape.rewritingPattern.
-QByteArray rewrittenLine(const Shape &shape, const QRegExp &line,
-                         const QHash<QString, QVariant> &settings);
+// Rewriting, for each matched line: puts into @p content its new text without line end (the text
+// up to the module name, the options that @p shape does not manage in their order, then the
+// managed ones that @p settings switch on, flags first) and sets @p found. @p line holds the
+// captures of shape.rewritingPattern. @return false when there is no content to replace.
+bool rewriteLine(const Shape &shape, const QRegExp &line, const QHash<QString, QVariant> &settings,
+                 QByteArray *content, bool *found);
 
 } // namespace PamOptions
 

@@ -14,9 +14,7 @@ ReaderRegExpHandler::ReaderRegExpHandler(QHash<QString, QVariant> *result)
 bool ReaderRegExpHandler::handleLine(QByteArray *line)
 {
     Q_UNUSED(line)
-    PamOptions::readOptions(PamOptions::Complexity, regExp(), *m_result);
-    m_found = true;
-    return true;
+    return PamOptions::readLine(PamOptions::Complexity, regExp(), *m_result, &m_found);
 }
 
 bool ReaderRegExpHandler::found() const
