@@ -33,19 +33,12 @@ const QString MaxIntervalKey = QStringLiteral("maxInterval");
 const QString MinIntervalKey = QStringLiteral("minInterval");
 const QString WarningIntervalKey = QStringLiteral("warningInterval");
 
-// Lines of /etc/login.defs: capture 1 the key, capture 2 the number of days.
-const QString LoginDefsPattern =
-    QStringLiteral("\\s*(PASS_MAX_DAYS|PASS_MIN_DAYS|PASS_WARN_AGE)\\s*(-?\\d+)");
-
 } // namespace PasswordValidityPeriod
 
 namespace UserAdd {
 
 const QString InactiveIntervalKey = QStringLiteral("inactiveInterval");
 const QString ExpireDateKey = QStringLiteral("expireDate");
-
-// Lines of /etc/default/useradd: capture 1 the key, capture 2 its value, possibly empty.
-const QString UserAddPattern = QStringLiteral("\\s*(INACTIVE|EXPIRE)\\s*=\\s*(\\S*)");
 
 } // namespace UserAdd
 

@@ -1,40 +1,23 @@
 #include "passwordvalidityperiodrewriterregexphandler.h"
 
-#include "passwordpolicy_p.h"
-#include "switchedlines_p.h"
-
-namespace {
-const int AllSeen = 7;
-const QVector<SwitchedLines::Line> Lines = {
-    {QStringLiteral("PASS_MAX_DAYS"), PasswordValidityPeriod::MaxIntervalKey, 1,
-     QStringLiteral("PASS_MAX_DAYS %1"), QStringLiteral("PASS_MAX_DAYS %1\n"), false},
-    {QStringLiteral("PASS_MIN_DAYS"), PasswordValidityPeriod::MinIntervalKey, 2,
-     QStringLiteral("PASS_MIN_DAYS %1"), QStringLiteral("PASS_MIN_DAYS %1\n"), false},
-    {QStringLiteral("PASS_WARN_AGE"), PasswordValidityPeriod::WarningIntervalKey, 4,
-     QStringLiteral("PASS_WARN_AGE %1"), QStringLiteral("PASS_WARN_AGE %1\n"), false}};
-} // namespace
+#include "settinglineshandler_p.h"
 
 namespace PasswordValidityPeriod {
 
 RewriterRegExpHandler::RewriterRegExpHandler(const QHash<QString, QVariant> &settings)
-    : RegExpHandler(LoginDefsPattern)
+    : RegExpHandler(SettingLines::linePattern(SettingLines::LoginDefs))
     , m_settings(settings)
 {}
 
 bool RewriterRegExpHandler::handleLine(QByteArray *line)
 {
-    const QString text = SwitchedLines::replacement(Lines, regExp().cap(1), m_settings, &m_seen);
-    if (line)
-        *line = text.toLocal8Bit();
-    return true;
+    return SettingLines::rewriteSwitchedLine(SettingLines::LoginDefs, regExp(), m_settings, &m_seen,
+                                             line);
 }
 
 bool RewriterRegExpHandler::appendMissing(QByteArray *tail)
 {
-    if (m_seen == AllSeen)
-        return false;
-    *tail = SwitchedLines::missing(Lines, m_settings, m_seen);
-    return true;
+    return SettingLines::appendSwitched(SettingLines::LoginDefs, m_settings, m_seen, tail);
 }
 
 } // namespace PasswordValidityPeriod

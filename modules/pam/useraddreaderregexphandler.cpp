@@ -1,37 +1,20 @@
 #include "useraddreaderregexphandler.h"
 
-#include "passwordpolicy_p.h"
-#include "switchedlines_p.h"
-#include "switchednumber_p.h"
-
-namespace {
-const QString InactiveKey = QStringLiteral("INACTIVE");
-} // namespace
+#include "settinglineshandler_p.h"
 
 namespace UserAdd {
 
 ReaderRegExpHandler::ReaderRegExpHandler(QHash<QString, QVariant> *result)
-    : RegExpHandler(UserAddPattern)
+    : RegExpHandler(SettingLines::linePattern(SettingLines::UserAddDefaults))
     , m_result(result)
 {
-    m_result->insert(InactiveIntervalKey, SwitchedNumber::off());
-    m_result->insert(ExpireDateKey, SwitchedNumber::off());
+    SettingLines::storeDefaults(SettingLines::UserAddDefaults, *m_result);
 }
 
 bool ReaderRegExpHandler::handleLine(QByteArray *line)
 {
     Q_UNUSED(line)
-    const QString value = regExp().cap(2);
-    if (regExp().cap(1) == InactiveKey) {
-        m_result->insert(InactiveIntervalKey, SwitchedNumber::make(true, value.toLongLong()));
-        return true;
-    }
-    // An empty or unreadable date means that accounts do not expire.
-    const QDate date = QDate::fromString(value, SwitchedLines::DateFormat);
-    if (!value.isEmpty() && date.isValid())
-        m_result->insert(ExpireDateKey,
-                         SwitchedNumber::make(true, SwitchedLines::DayZero.daysTo(date)));
-    return true;
+    return SettingLines::readLine(SettingLines::UserAddDefaults, regExp(), *m_result);
 }
 
 } // namespace UserAdd

@@ -12,12 +12,6 @@ const QString ShellKey = QStringLiteral("DSHELL");
 const QString UserGroupsKey = QStringLiteral("USERGROUPS");
 const QString UsersGroupKey = QStringLiteral("USERS_GID");
 
-// Capture 1: the key; capture 2: the value without its optional double quotes. The extra-group
-// keys match but carry no setting.
-const QString AddUserConfPattern =
-    QStringLiteral("\\s*(DHOME|SKEL|DSHELL|USERGROUPS|USERS_GID|ADD_EXTRA_GROUPS|EXTRA_GROUPS)\\s*="
-                   "\\s*\"?([^\"]*)\"?");
-
 const QString Yes = QStringLiteral("yes");
 const QString No = QStringLiteral("no");
 

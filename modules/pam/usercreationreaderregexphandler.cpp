@@ -1,30 +1,20 @@
 #include "usercreationreaderregexphandler.h"
 
-#include "usercreation_p.h"
+#include "settinglineshandler_p.h"
 
 namespace UserCreation {
 
 ReaderRegExpHandler::ReaderRegExpHandler(QHash<QString, QVariant> *result)
-    : RegExpHandler(AddUserConfPattern)
+    : RegExpHandler(SettingLines::linePattern(SettingLines::AddUserConf))
     , m_result(result)
-{}
+{
+    SettingLines::storeDefaults(SettingLines::AddUserConf, *m_result);
+}
 
 bool ReaderRegExpHandler::handleLine(QByteArray *line)
 {
     Q_UNUSED(line)
-    const QString key = regExp().cap(1);
-    const QString value = regExp().cap(2);
-    if (key == HomeKey || key == SkeletonKey || key == ShellKey) {
-        m_result->insert(key, value);
-    } else if (key == UserGroupsKey) {
-        m_result->insert(key, value == Yes); // "Yes" is not yes
-    } else if (key == UsersGroupKey) {
-        bool isNumber = false;
-        const int groupId = value.toInt(&isNumber);
-        if (isNumber)
-            m_result->insert(key, groupId);
-    }
-    return true;
+    return SettingLines::readLine(SettingLines::AddUserConf, regExp(), *m_result);
 }
 
 } // namespace UserCreation

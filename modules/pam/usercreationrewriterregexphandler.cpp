@@ -1,97 +1,78 @@
 #include "usercreationrewriterregexphandler.h"
 
+#include "settinglineshandler_p.h"
 #include "usercreation_p.h"
 
-#include <QVector>
+// This rewriter shares the table of /etc/adduser.conf with the reader but not the rewriter of the
+// switched settings, because its lines follow other rules: a setting is a plain value with no
+// "off", so a line is always rewritten (a setting missing from the hash writes an empty value)
+// instead of emptied; a key that no line carried is appended only when the host gives it and it
+// differs from adduser's own default, not when it is switched on; and the extra-group lines match
+// without carrying a setting and stay whole.
 
 namespace {
-enum class Kind { Text, Flag, Number };
+using SettingLines::AddUserConf;
+using SettingLines::Key;
+using SettingLines::Kind;
 
-struct Setting
-{
-    QString key;
-    int seenBit;
-    Kind kind;
-    QVariant toolDefault; // what the user-adding tool assumes when the file has no line
-};
-
-const QVector<Setting> Settings = {
-    {UserCreation::HomeKey, 1, Kind::Text, QStringLiteral("/home")},
-    {UserCreation::SkeletonKey, 2, Kind::Text, QStringLiteral("/etc/skel")},
-    {UserCreation::ShellKey, 4, Kind::Text, QStringLiteral("/bin/bash")},
-    {UserCreation::UserGroupsKey, 8, Kind::Flag, true},
-    {UserCreation::UsersGroupKey, 16, Kind::Number, 100}};
-const QHash<QString, int> ExtraGroupBits = {{QStringLiteral("ADD_EXTRA_GROUPS"), 32},
-                                            {QStringLiteral("EXTRA_GROUPS"), 64}};
-const int AllSeen = 127;
-const QString LineFormat = QStringLiteral("%1=%2");
-
+// The value as adduser.conf writes it, without quotes.
 QString valueText(Kind kind, const QVariant &value)
 {
     switch (kind) {
-    case Kind::Flag:
+    case Kind::YesNo:
         return value.toBool() ? UserCreation::Yes : UserCreation::No;
-    case Kind::Number:
+    case Kind::Integer:
         return QString::number(value.toInt());
+    case Kind::Days:
+    case Kind::Date:
     case Kind::Text:
+    case Kind::Unmanaged:
         break;
     }
     return value.toString();
 }
 
-bool isToolDefault(const Setting &setting, const QVariant &value)
+// Whether @p value would be written as the tool's own default is.
+bool isToolDefault(const Key &key, const QVariant &value)
 {
-    switch (setting.kind) {
-    case Kind::Flag:
-        return value.toBool() == setting.toolDefault.toBool();
-    case Kind::Number:
-        return value.toInt() == setting.toolDefault.toInt();
-    case Kind::Text:
-        break;
-    }
-    return value.toString() == setting.toolDefault.toString();
+    return valueText(key.kind, value) == valueText(key.kind, key.toolDefault);
 }
 } // namespace
 
 namespace UserCreation {
 
 RewriterRegExpHandler::RewriterRegExpHandler(const QHash<QString, QVariant> &settings)
-    : RegExpHandler(AddUserConfPattern)
+    : RegExpHandler(SettingLines::linePattern(AddUserConf))
     , m_settings(settings)
 {}
 
 bool RewriterRegExpHandler::handleLine(QByteArray *line)
 {
-    const QString key = regExp().cap(1);
-    for (const Setting &setting : Settings) {
-        if (setting.key != key)
-            continue;
-        m_seen |= setting.seenBit;
-        // A setting missing from the hash is written as an empty value.
-        if (line)
-            *line =
-                LineFormat.arg(key, valueText(setting.kind, m_settings.value(key))).toLocal8Bit();
-        return true;
-    }
-    // The extra-group lines carry no setting and stay as they are.
-    m_seen |= ExtraGroupBits.value(key);
-    return false;
+    const int index = SettingLines::indexOf(AddUserConf, regExp());
+    if (index == -1)
+        return false;
+    m_seen |= SettingLines::seenBit(index);
+    const Key &key = AddUserConf.keys.at(index);
+    if (key.kind == Kind::Unmanaged)
+        return false;
+    if (line)
+        *line = key.lineFormat.arg(valueText(key.kind, m_settings.value(key.settingsKey)))
+                    .toLocal8Bit();
+    return true;
 }
 
 bool RewriterRegExpHandler::appendMissing(QByteArray *tail)
 {
-    if (m_seen == AllSeen)
+    if (m_seen == SettingLines::allSeen(AddUserConf))
         return false;
-    for (const Setting &setting : Settings) {
-        if (m_seen & setting.seenBit)
+    for (int index = 0; index < AddUserConf.keys.size(); ++index) {
+        const Key &key = AddUserConf.keys.at(index);
+        if ((m_seen & SettingLines::seenBit(index)) || key.kind == Kind::Unmanaged)
             continue;
-        // Only what the host asked for, and only where it differs from the tool's default.
-        const auto it = m_settings.constFind(setting.key);
-        if (it == m_settings.constEnd() || isToolDefault(setting, it.value()))
+        const auto it = m_settings.constFind(key.settingsKey);
+        if (it == m_settings.constEnd() || isToolDefault(key, it.value()))
             continue;
-        *tail +=
-            (LineFormat.arg(setting.key, valueText(setting.kind, it.value())) + QLatin1Char('\n'))
-                .toLocal8Bit();
+        *tail += key.appendFormat.arg(valueText(key.kind, it.value())).toLocal8Bit();
     }
     return true;
 }

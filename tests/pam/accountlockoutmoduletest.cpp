@@ -175,6 +175,16 @@ void AccountLockoutModuleTest::read_data()
                       "account required pam_tally.so deny=4\n")
         << QByteArray("{\"deny\":[true,4],\"lock_time\":[false,0],\"magic_root\":false,"
                       "\"no_reset\":false,\"per_user\":true,\"unlock_time\":[false,0]}");
+    // Unlike the password-policy counts, a number of 0 stays switched on, and the digits carry
+    // no sign: "deny=-3" is the option without a number.
+    QTest::newRow("deny=0 stays switched on")
+        << QByteArray("auth required pam_tally.so deny=0\n")
+        << QByteArray("{\"deny\":[true,0],\"lock_time\":[false,0],\"magic_root\":false,"
+                      "\"no_reset\":false,\"per_user\":false,\"unlock_time\":[false,0]}");
+    QTest::newRow("a sign is not part of the number")
+        << QByteArray("auth required pam_tally.so deny=-3\n")
+        << QByteArray("{\"deny\":[true,0],\"lock_time\":[false,0],\"magic_root\":false,"
+                      "\"no_reset\":false,\"per_user\":false,\"unlock_time\":[false,0]}");
     QTest::newRow("no options") << QByteArray("auth required pam_tally.so\n") << Defaults;
 }
 
@@ -258,6 +268,9 @@ void AccountLockoutModuleTest::rewriteLine_data()
     QTest::newRow("one element switched on")
         << line << Settings{{QStringLiteral("deny"), QVariant(QJsonArray{true})}}
         << QByteArray("auth required pam_tally.so onerr=fail deny=0\n");
+    QTest::newRow("three elements switched on")
+        << line << Settings{{QStringLiteral("deny"), QVariant(QJsonArray{true, 6, 9})}}
+        << QByteArray("auth required pam_tally.so onerr=fail deny=6\n");
     QTest::newRow("comment kept")
         << QByteArray("auth required pam_tally.so deny=5   # lock after five\n")
         << Settings{{QStringLiteral("deny"), ZqlTest::pair(true, 4)}}
