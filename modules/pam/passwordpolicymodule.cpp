@@ -215,11 +215,14 @@ int PasswordPolicyModule::setComplexity(QHash<QString, QVariant> settings)
         }
     }
 
-    const ProcessOutcome update =
-        runTool(PamAuthUpdate, {QStringLiteral("--package")}, QIODevice::ReadOnly,
-                m_limits.startTimeoutMs, m_limits.finishTimeoutMs);
-    if (!update.succeeded()) {
-        writeDiagnostic(errorStream, formatOutput(update.failure));
+    const QStringList updateArguments{QStringLiteral("--package")};
+    ProcessRunOptions updateOptions;
+    updateOptions.startTimeoutMs = m_limits.startTimeoutMs;
+    updateOptions.finishTimeoutMs = m_limits.finishTimeoutMs;
+    const ProcessOutcome update = runTool(PamAuthUpdate, updateArguments, updateOptions);
+    if (!update.exitedWithZero()) {
+        writeDiagnostic(errorStream, formatOutput(processFailureMessage(PamAuthUpdate,
+                                                                        updateArguments, update)));
         return 1;
     }
     const QString warning = QString::fromLocal8Bit(update.standardError).trimmed();

@@ -91,12 +91,6 @@ QStringList scriptsOf(const GroupStore &store, int groupType)
         scripts << record.script();
     return scripts;
 }
-
-// runTool leaves the exit code at -1 when the script did not start, did not finish or crashed.
-bool exitedNormally(const ProcessOutcome &outcome)
-{
-    return outcome.exitCode >= 0;
-}
 } // namespace
 
 SecuritySwitchesManager::SecuritySwitchesManager(const SecuritySwitchLimits &limits)
@@ -131,10 +125,13 @@ SecuritySwitchesManager::SwitchState SecuritySwitchesManager::getSwitchState(con
         return failed;
     }
 
-    const ProcessOutcome outcome =
-        runTool(path, IsEnabledArguments, QIODevice::ReadWrite, m_limits.startMs, m_limits.readMs);
-    if (!exitedNormally(outcome)) {
-        writeDiagnostic(errorStream, outcome.failure);
+    ProcessRunOptions options;
+    options.mode = QIODevice::ReadWrite;
+    options.startTimeoutMs = m_limits.startMs;
+    options.finishTimeoutMs = m_limits.readMs;
+    const ProcessOutcome outcome = runTool(path, IsEnabledArguments, options);
+    if (!outcome.exited()) {
+        writeDiagnostic(errorStream, processFailureMessage(path, IsEnabledArguments, outcome));
         return failed;
     }
     switch (outcome.exitCode) {
@@ -168,11 +165,13 @@ int SecuritySwitchesManager::setSwitchState(const QString &script, bool enable)
         return 1;
     }
 
-    const ProcessOutcome outcome =
-        runTool(path, {enable ? EnableArgument : DisableArgument}, QIODevice::ReadOnly,
-                m_limits.startMs, m_limits.changeMs);
-    if (!outcome.succeeded()) {
-        writeDiagnostic(errorStream, outcome.failure);
+    const QStringList arguments{enable ? EnableArgument : DisableArgument};
+    ProcessRunOptions options;
+    options.startTimeoutMs = m_limits.startMs;
+    options.finishTimeoutMs = m_limits.changeMs;
+    const ProcessOutcome outcome = runTool(path, arguments, options);
+    if (!outcome.exitedWithZero()) {
+        writeDiagnostic(errorStream, processFailureMessage(path, arguments, outcome));
         return 1;
     }
     // A script's remark on success is looked up in the catalogue, in case it has a translation.
