@@ -13,7 +13,6 @@
 #include <QJsonParseError>
 #include <QMultiMap>
 #include <QObject>
-#include <QProcess>
 
 #include <exception>
 #include <stdexcept>
@@ -31,9 +30,6 @@ constexpr int ScriptEnabled = 0;
 constexpr int ScriptDisabled = 1;
 constexpr int ScriptNoLockFile = 66;
 
-// How long a killed monitor may take to go away.
-constexpr int KillGraceMs = 5000;
-
 // Switches by group type; a record goes in front of those already stored under its type, so
 // a group reads back in the reverse of the monitor's order.
 using GroupStore = QMultiMap<int, SecuritySwitch>;
@@ -45,22 +41,26 @@ using GroupStore = QMultiMap<int, SecuritySwitch>;
 
 QByteArray runMonitor(int timeoutMs)
 {
-    QProcess process;
-    process.start(MonitorProgram, MonitorArguments);
-    if (!process.waitForFinished(timeoutMs)) {
-        const QString reason = process.errorString();
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(KillGraceMs);
-        }
-        fail(QObject::tr("lumo-security-monitor finished with error:\n%1").arg(reason));
-    }
-    if (process.exitStatus() != QProcess::NormalExit)
+    // The monitor has one limit for starting and finishing together, and its own messages.
+    ProcessRunOptions options;
+    options.mode = QIODevice::ReadWrite;
+    options.startTimeoutMs = std::nullopt;
+    options.finishTimeoutMs = timeoutMs;
+    const ProcessOutcome outcome = runTool(MonitorProgram, MonitorArguments, options);
+    switch (outcome.ending) {
+    case ProcessOutcome::Ending::NotStarted:
+    case ProcessOutcome::Ending::NotFinished:
+        fail(
+            QObject::tr("lumo-security-monitor finished with error:\n%1").arg(outcome.errorString));
+    case ProcessOutcome::Ending::Crashed:
         fail(QObject::tr("Process crashed"));
-    if (process.exitCode() != 0)
+    case ProcessOutcome::Ending::Exited:
+        break;
+    }
+    if (outcome.exitCode != 0)
         fail(QObject::tr("lumo-security-monitor finished with unexpected code: %1")
-                 .arg(process.exitCode()));
-    return process.readAllStandardOutput();
+                 .arg(outcome.exitCode));
+    return outcome.standardOutput;
 }
 
 GroupStore loadSwitches(int timeoutMs)
