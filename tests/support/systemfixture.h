@@ -21,6 +21,29 @@ bool bindOver(const QString &source, const QString &target, QString *error);
 /** Unmounts @p path (lazily, so that a test can always clean up). */
 bool unmount(const QString &path, QString *error);
 
+/**
+ * A file system on an existing directory whose server never answers: a lookup below the
+ * directory (the exec of a program there, for instance) blocks until the object goes; a blocked
+ * process can still be killed. Destroying the object ends the connection, so blocked lookups
+ * fail, and unmounts the directory.
+ */
+class StalledMount
+{
+public:
+    explicit StalledMount(const QString &dir);
+    ~StalledMount();
+    StalledMount(const StalledMount &) = delete;
+    StalledMount &operator=(const StalledMount &) = delete;
+
+    /** Mounts it (inside the sandbox only). */
+    bool mount(QString *error);
+
+private:
+    QString m_dir;
+    int m_connection = -1;
+    bool m_mounted = false;
+};
+
 /** The bytes of @p path, or a null array when it cannot be read. */
 QByteArray readBytes(const QString &path);
 
