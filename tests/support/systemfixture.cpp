@@ -65,17 +65,32 @@ bool unmount(const QString &path, QString *error)
     return true;
 }
 
-StalledMount::StalledMount(const QString &dir)
+StalledMount::StalledMount(const QString &dir, int stallLimitMs)
     : m_dir(dir)
+    , m_stallLimitMs(stallLimitMs)
 {}
 
 StalledMount::~StalledMount()
 {
-    // Closing the server's end aborts the connection: every blocked request fails.
-    if (m_connection >= 0)
-        ::close(m_connection);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_ending = true;
+    }
+    m_ended.notify_all();
+    if (m_safetyNet.joinable())
+        m_safetyNet.join();
+    endConnection();
     if (m_mounted)
         ::umount2(QFile::encodeName(m_dir).constData(), MNT_DETACH);
+}
+
+// Closing the server's end aborts the connection: every blocked request fails.
+void StalledMount::endConnection()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_connection >= 0)
+        ::close(m_connection);
+    m_connection = -1;
 }
 
 bool StalledMount::mount(QString *error)
@@ -92,6 +107,14 @@ bool StalledMount::mount(QString *error)
                 options.constData()) != 0)
         return failed("mount a stalled file system on", m_dir, error);
     m_mounted = true;
+    m_safetyNet = std::thread([this] {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_ended.wait_for(lock, std::chrono::milliseconds(m_stallLimitMs),
+                             [this] { return m_ending; }))
+            return;
+        lock.unlock();
+        endConnection();
+    });
     return true;
 }
 
