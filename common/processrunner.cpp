@@ -9,69 +9,103 @@
 namespace {
 // How long a killed child that overran its limit may take to go away.
 constexpr int KillGraceMs = 5000;
+
+// Does not leave an overrunning child behind the call that started it.
+void killAndReap(QProcess &process)
+{
+    if (process.state() == QProcess::NotRunning)
+        return;
+    process.kill();
+    process.waitForFinished(KillGraceMs);
+}
 } // namespace
 
 ProcessOutcome runTool(const QString &program, const QStringList &arguments,
-                       QIODevice::OpenMode mode, int startTimeoutMs, int finishTimeoutMs)
+                       const ProcessRunOptions &options)
 {
     ProcessOutcome outcome;
     QProcess process;
-    process.start(program, arguments, mode);
+    if (options.forwardOutput)
+        process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.start(program, arguments, options.mode);
 
-    if (!process.waitForStarted(startTimeoutMs)) {
-        outcome.failure =
-            QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not started\"")
-                .arg(program, arguments.join(QLatin1Char(' ')), process.errorString());
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(KillGraceMs);
-        }
+    if (options.startTimeoutMs && !process.waitForStarted(*options.startTimeoutMs)) {
+        outcome.ending = ProcessOutcome::Ending::NotStarted;
+        outcome.errorString = process.errorString();
+        killAndReap(process);
         return outcome;
     }
 
-    const bool finished = process.waitForFinished(finishTimeoutMs);
-    if (!finished || process.exitStatus() != QProcess::NormalExit) {
-        outcome.failure =
-            QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not finished\"")
-                .arg(program, arguments.join(QLatin1Char(' ')), process.errorString());
-        // Do not leave an overrunning child behind the call that started it.
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(KillGraceMs);
-        }
+    if (!process.waitForFinished(options.finishTimeoutMs)) {
+        // Without a separate start wait, this wait also ends on a start that failed or that
+        // had not happened yet.
+        const bool started =
+            process.error() != QProcess::FailedToStart && process.state() != QProcess::Starting;
+        outcome.ending =
+            started ? ProcessOutcome::Ending::NotFinished : ProcessOutcome::Ending::NotStarted;
+        outcome.errorString = process.errorString();
+        killAndReap(process);
         return outcome;
     }
 
+    outcome.errorString = process.errorString();
+    if (!options.forwardOutput) {
+        outcome.standardError = process.readAllStandardError();
+        outcome.standardOutput = process.readAllStandardOutput();
+    }
+    if (process.exitStatus() != QProcess::NormalExit) {
+        outcome.ending = ProcessOutcome::Ending::Crashed;
+        return outcome;
+    }
+    outcome.ending = ProcessOutcome::Ending::Exited;
     outcome.exitCode = process.exitCode();
-    outcome.standardError = process.readAllStandardError();
-    outcome.standardOutput = process.readAllStandardOutput();
-    if (outcome.exitCode != 0) {
-        outcome.failure =
-            QObject::tr("Process: \"%1 %2\". Exit code: %3.\n\"%4\"")
-                .arg(program, arguments.join(QLatin1Char(' ')), QString::number(outcome.exitCode),
-                     QString::fromLocal8Bit(outcome.standardError))
-                .trimmed();
-    }
     return outcome;
+}
+
+QString processFailureMessage(const QString &program, const QStringList &arguments,
+                              const ProcessOutcome &outcome)
+{
+    const QString joined = arguments.join(QLatin1Char(' '));
+    switch (outcome.ending) {
+    case ProcessOutcome::Ending::NotStarted:
+        return QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not started\"")
+            .arg(program, joined, outcome.errorString);
+    case ProcessOutcome::Ending::NotFinished:
+    case ProcessOutcome::Ending::Crashed: // a crash deliberately reads as not finished
+        return QObject::tr("Process: \"%1 %2\". Error: %3.\n\"Not finished\"")
+            .arg(program, joined, outcome.errorString);
+    case ProcessOutcome::Ending::Exited:
+        break;
+    }
+    if (outcome.exitCode == 0)
+        return {};
+    return QObject::tr("Process: \"%1 %2\". Exit code: %3.\n\"%4\"")
+        .arg(program, joined, QString::number(outcome.exitCode),
+             QString::fromLocal8Bit(outcome.standardError))
+        .trimmed();
 }
 
 bool runProcess(const QString &program, const QStringList &arguments, QString &errors,
                 int startTimeoutMs, int finishTimeoutMs)
 {
-    const ProcessOutcome outcome =
-        runTool(program, arguments, QIODevice::ReadOnly, startTimeoutMs, finishTimeoutMs);
-    if (outcome.succeeded())
+    ProcessRunOptions options;
+    options.startTimeoutMs = startTimeoutMs;
+    options.finishTimeoutMs = finishTimeoutMs;
+    const ProcessOutcome outcome = runTool(program, arguments, options);
+    if (outcome.exitedWithZero())
         return true;
-    appendMessage(errors, outcome.failure);
+    appendMessage(errors, processFailureMessage(program, arguments, outcome));
     return false;
 }
 
 QString runProcess(const QString &program, const QStringList &arguments, int startTimeoutMs,
                    int finishTimeoutMs)
 {
-    const ProcessOutcome outcome =
-        runTool(program, arguments, QIODevice::ReadOnly, startTimeoutMs, finishTimeoutMs);
-    if (!outcome.succeeded())
-        return outcome.failure;
+    ProcessRunOptions options;
+    options.startTimeoutMs = startTimeoutMs;
+    options.finishTimeoutMs = finishTimeoutMs;
+    const ProcessOutcome outcome = runTool(program, arguments, options);
+    if (!outcome.exitedWithZero())
+        return processFailureMessage(program, arguments, outcome);
     return QString::fromLocal8Bit(outcome.standardError);
 }

@@ -16,7 +16,6 @@
 
 #include <QFile>
 #include <QObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSaveFile>
 #include <QSet>
@@ -215,11 +214,14 @@ int PasswordPolicyModule::setComplexity(QHash<QString, QVariant> settings)
         }
     }
 
-    const ProcessOutcome update =
-        runTool(PamAuthUpdate, {QStringLiteral("--package")}, QIODevice::ReadOnly,
-                m_limits.startTimeoutMs, m_limits.finishTimeoutMs);
-    if (!update.succeeded()) {
-        writeDiagnostic(errorStream, formatOutput(update.failure));
+    const QStringList updateArguments{QStringLiteral("--package")};
+    ProcessRunOptions updateOptions;
+    updateOptions.startTimeoutMs = m_limits.startTimeoutMs;
+    updateOptions.finishTimeoutMs = m_limits.finishTimeoutMs;
+    const ProcessOutcome update = runTool(PamAuthUpdate, updateArguments, updateOptions);
+    if (!update.exitedWithZero()) {
+        writeDiagnostic(errorStream, formatOutput(processFailureMessage(PamAuthUpdate,
+                                                                        updateArguments, update)));
         return 1;
     }
     const QString warning = QString::fromLocal8Bit(update.standardError).trimmed();
@@ -362,22 +364,18 @@ int PasswordPolicyModule::setValidityPeriod(QHash<QString, QVariant> settings)
 }
 
 // Enables or removes the history profile through "pam-auth-update". The tool's own output goes
-// straight to the host's streams; only its exit code counts.
+// straight to the host's streams; only its exit code counts. It may take as long as it needs to
+// start.
 bool PasswordPolicyModule::switchHistoryProfile(bool enable)
 {
-    QProcess tool;
-    tool.setProcessChannelMode(QProcess::ForwardedChannels);
-    tool.start(PamAuthUpdatePath,
-               {QStringLiteral("--package"),
-                enable ? QStringLiteral("--enable") : QStringLiteral("--remove"),
-                QStringLiteral("pwhistory"), QStringLiteral("--force")},
-               QIODevice::ReadOnly);
-    if (!tool.waitForStarted(-1))
-        return false;
-    if (!tool.waitForFinished(m_limits.historySwitchTimeoutMs)) {
-        tool.kill();
-        tool.waitForFinished(-1);
-        return false;
-    }
-    return tool.exitStatus() == QProcess::NormalExit && tool.exitCode() == 0;
+    ProcessRunOptions options;
+    options.startTimeoutMs = -1;
+    options.finishTimeoutMs = m_limits.historySwitchTimeoutMs;
+    options.forwardOutput = true;
+    return runTool(PamAuthUpdatePath,
+                   {QStringLiteral("--package"),
+                    enable ? QStringLiteral("--enable") : QStringLiteral("--remove"),
+                    QStringLiteral("pwhistory"), QStringLiteral("--force")},
+                   options)
+        .exitedWithZero();
 }

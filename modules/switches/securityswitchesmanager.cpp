@@ -13,7 +13,6 @@
 #include <QJsonParseError>
 #include <QMultiMap>
 #include <QObject>
-#include <QProcess>
 
 #include <exception>
 #include <stdexcept>
@@ -31,9 +30,6 @@ constexpr int ScriptEnabled = 0;
 constexpr int ScriptDisabled = 1;
 constexpr int ScriptNoLockFile = 66;
 
-// How long a killed monitor may take to go away.
-constexpr int KillGraceMs = 5000;
-
 // Switches by group type; a record goes in front of those already stored under its type, so
 // a group reads back in the reverse of the monitor's order.
 using GroupStore = QMultiMap<int, SecuritySwitch>;
@@ -45,22 +41,26 @@ using GroupStore = QMultiMap<int, SecuritySwitch>;
 
 QByteArray runMonitor(int timeoutMs)
 {
-    QProcess process;
-    process.start(MonitorProgram, MonitorArguments);
-    if (!process.waitForFinished(timeoutMs)) {
-        const QString reason = process.errorString();
-        if (process.state() != QProcess::NotRunning) {
-            process.kill();
-            process.waitForFinished(KillGraceMs);
-        }
-        fail(QObject::tr("lumo-security-monitor finished with error:\n%1").arg(reason));
-    }
-    if (process.exitStatus() != QProcess::NormalExit)
+    // The monitor has one limit for starting and finishing together, and its own messages.
+    ProcessRunOptions options;
+    options.mode = QIODevice::ReadWrite;
+    options.startTimeoutMs = std::nullopt;
+    options.finishTimeoutMs = timeoutMs;
+    const ProcessOutcome outcome = runTool(MonitorProgram, MonitorArguments, options);
+    switch (outcome.ending) {
+    case ProcessOutcome::Ending::NotStarted:
+    case ProcessOutcome::Ending::NotFinished:
+        fail(
+            QObject::tr("lumo-security-monitor finished with error:\n%1").arg(outcome.errorString));
+    case ProcessOutcome::Ending::Crashed:
         fail(QObject::tr("Process crashed"));
-    if (process.exitCode() != 0)
+    case ProcessOutcome::Ending::Exited:
+        break;
+    }
+    if (outcome.exitCode != 0)
         fail(QObject::tr("lumo-security-monitor finished with unexpected code: %1")
-                 .arg(process.exitCode()));
-    return process.readAllStandardOutput();
+                 .arg(outcome.exitCode));
+    return outcome.standardOutput;
 }
 
 GroupStore loadSwitches(int timeoutMs)
@@ -90,12 +90,6 @@ QStringList scriptsOf(const GroupStore &store, int groupType)
     for (const SecuritySwitch &record : group)
         scripts << record.script();
     return scripts;
-}
-
-// runTool leaves the exit code at -1 when the script did not start, did not finish or crashed.
-bool exitedNormally(const ProcessOutcome &outcome)
-{
-    return outcome.exitCode >= 0;
 }
 } // namespace
 
@@ -131,10 +125,13 @@ SecuritySwitchesManager::SwitchState SecuritySwitchesManager::getSwitchState(con
         return failed;
     }
 
-    const ProcessOutcome outcome =
-        runTool(path, IsEnabledArguments, QIODevice::ReadWrite, m_limits.startMs, m_limits.readMs);
-    if (!exitedNormally(outcome)) {
-        writeDiagnostic(errorStream, outcome.failure);
+    ProcessRunOptions options;
+    options.mode = QIODevice::ReadWrite;
+    options.startTimeoutMs = m_limits.startMs;
+    options.finishTimeoutMs = m_limits.readMs;
+    const ProcessOutcome outcome = runTool(path, IsEnabledArguments, options);
+    if (!outcome.exited()) {
+        writeDiagnostic(errorStream, processFailureMessage(path, IsEnabledArguments, outcome));
         return failed;
     }
     switch (outcome.exitCode) {
@@ -168,11 +165,13 @@ int SecuritySwitchesManager::setSwitchState(const QString &script, bool enable)
         return 1;
     }
 
-    const ProcessOutcome outcome =
-        runTool(path, {enable ? EnableArgument : DisableArgument}, QIODevice::ReadOnly,
-                m_limits.startMs, m_limits.changeMs);
-    if (!outcome.succeeded()) {
-        writeDiagnostic(errorStream, outcome.failure);
+    const QStringList arguments{enable ? EnableArgument : DisableArgument};
+    ProcessRunOptions options;
+    options.startTimeoutMs = m_limits.startMs;
+    options.finishTimeoutMs = m_limits.changeMs;
+    const ProcessOutcome outcome = runTool(path, arguments, options);
+    if (!outcome.exitedWithZero()) {
+        writeDiagnostic(errorStream, processFailureMessage(path, arguments, outcome));
         return 1;
     }
     // A script's remark on success is looked up in the catalogue, in case it has a translation.

@@ -1,4 +1,5 @@
 #include "outputcapture.h"
+#include "searchpathfront.h"
 #include "systemfixture.h"
 #include "testmain.h"
 
@@ -143,6 +144,7 @@ private Q_SLOTS:
     void rewriteFailure();
     void copyFileMissingSource();
     void copyFileKeepsSourceModeAndOwner();
+    void copyFileFindsCpOnSearchPath();
 
 private:
     QString m_dir;
@@ -514,6 +516,28 @@ void ConfigFileEngineTest::copyFileKeepsSourceModeAndOwner()
     QCOMPARE(info.st_mode & 07777, 0600u);
     QCOMPARE(info.st_uid, 7u);
     QCOMPARE(info.st_gid, 8u);
+}
+
+// "cp" is run by its bare name, so the one first on the search path copies.
+void ConfigFileEngineTest::copyFileFindsCpOnSearchPath()
+{
+    ZqlTest::SearchPathFront front;
+    QString error;
+    QVERIFY2(front.isValid(&error), qPrintable(error));
+    QVERIFY(front.addTool(QStringLiteral("cp"), "exec /bin/cp \"$@\""));
+    QCOMPARE(QStandardPaths::findExecutable(QStringLiteral("cp")),
+             front.directory() + QStringLiteral("/cp"));
+
+    const QString target = m_dir + QStringLiteral("/copy.conf");
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QString errors;
+    QVERIFY(copyFile(m_path, target, errors));
+    QCOMPARE(errors, QString());
+    QCOMPARE(ZqlTest::readBytes(target), OldContent);
+    QCOMPARE(
+        front.runs(),
+        QStringList{
+            QStringLiteral("path cp --force --preserve=mode,ownership %1 %2").arg(m_path, target)});
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ConfigFileEngineTest)

@@ -1,14 +1,21 @@
+#include "systemfixture.h"
+#include "testmain.h"
 
 #include <zql-modules/modules.h>
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QtTest>
+#include <QTemporaryDir>
+
+// Both forms of runProcess take this for their start and finish limits when none is given.
+static_assert(DefaultProcessTimeoutMs == 30000,
+              "runProcess waits 30 s to start and 30 s to finish");
 
 namespace {
 const QString Tool = QStringLiteral(ZQL_TEST_TOOL);
 const QString MissingTool = QStringLiteral("/nonexistent/zql-no-such-tool");
+const QString TimedOut = QStringLiteral("Process operation timed out");
 
 // Whether any process still runs with @p tag among its arguments.
 bool processWithTagRuns(const QByteArray &tag)
@@ -21,6 +28,25 @@ bool processWithTagRuns(const QByteArray &tag)
     }
     return false;
 }
+
+// The processes whose parent is this one, reaped or not.
+QStringList childProcesses()
+{
+    const QByteArray self = QByteArray::number(QCoreApplication::applicationPid());
+    QStringList children;
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
+            continue;
+        // "PID (COMMAND) STATE PPID ...": the command may hold blanks, the rest does not.
+        const QByteArray line = stat.readAll();
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (fields.value(1) == self)
+            children << pid;
+    }
+    return children;
+}
 } // namespace
 
 class ProcessRunnerTest : public QObject
@@ -29,6 +55,9 @@ class ProcessRunnerTest : public QObject
 
 private Q_SLOTS:
     void defaultLimits();
+    void finishLimit_data();
+    void finishLimit();
+    void startLimit();
     void boolForm_data();
     void boolForm();
     void appendsAfterEarlierMessage();
@@ -41,6 +70,79 @@ private Q_SLOTS:
 void ProcessRunnerTest::defaultLimits()
 {
     QCOMPARE(DefaultProcessTimeoutMs, 30000);
+}
+
+void ProcessRunnerTest::finishLimit_data()
+{
+    QTest::addColumn<bool>("defaults");
+    QTest::addColumn<int>("finishTimeoutMs");
+    QTest::addColumn<bool>("finishes");
+
+    // The tool sleeps 1100 ms: slightly over the short limit, far under the default one.
+    QTest::newRow("the default finish limit lets a 1.1 s tool finish") << true << 0 << true;
+    QTest::newRow("a 1000 ms finish limit cuts a 1.1 s tool") << false << 1000 << false;
+}
+
+void ProcessRunnerTest::finishLimit()
+{
+    QFETCH(bool, defaults);
+    QFETCH(int, finishTimeoutMs);
+    QFETCH(bool, finishes);
+
+    const QStringList arguments{QStringLiteral("--sleep"), QStringLiteral("1100")};
+    const QString cut = QStringLiteral("Process: \"") + Tool +
+                        QStringLiteral(" --sleep 1100\". Error: ") + TimedOut +
+                        QStringLiteral(".\n\"Not finished\"");
+    QString errors;
+    const bool succeeded =
+        defaults ? runProcess(Tool, arguments, errors)
+                 : runProcess(Tool, arguments, errors, DefaultProcessTimeoutMs, finishTimeoutMs);
+    QCOMPARE(succeeded, finishes);
+    QCOMPARE(errors, finishes ? QString() : cut);
+
+    // The string form has its own defaults.
+    const QString result =
+        defaults ? runProcess(Tool, arguments)
+                 : runProcess(Tool, arguments, DefaultProcessTimeoutMs, finishTimeoutMs);
+    QCOMPARE(result, finishes ? QString() : cut);
+}
+
+// A program whose exec blocks (it lies on a file system that never answers) does not start
+// within the start limit: "Not started", and the child is killed and reaped.
+void ProcessRunnerTest::startLimit()
+{
+    QTemporaryDir scratch;
+    QVERIFY(scratch.isValid());
+    const QString dir = scratch.filePath(QStringLiteral("stalled"));
+    QVERIFY(QDir().mkpath(dir));
+    const QString program = dir + QStringLiteral("/zql-tool");
+    const QStringList arguments{QStringLiteral("--exit"), QStringLiteral("0")};
+    const QString notStarted = QStringLiteral("Process: \"") + program +
+                               QStringLiteral(" --exit 0\". Error: ") + TimedOut +
+                               QStringLiteral(".\n\"Not started\"");
+    {
+        ZqlTest::StalledMount stalled(dir);
+        QString error;
+        QVERIFY2(stalled.mount(&error), qPrintable(error));
+
+        // The finish limit is longer than the time allowed here: only the start limit can
+        // end these runs in time.
+        QElapsedTimer timer;
+        timer.start();
+        QString errors;
+        QVERIFY(!runProcess(program, arguments, errors, 200, 5000));
+        QCOMPARE(errors, notStarted);
+        QVERIFY2(timer.elapsed() < 2500, "the start limit was not applied");
+        timer.restart();
+        QCOMPARE(runProcess(program, arguments, 200, 5000), notStarted);
+        QVERIFY2(timer.elapsed() < 2500, "the start limit was not applied");
+        QCOMPARE(childProcesses(), QStringList());
+    }
+    // Once the file system is gone the same program is simply missing.
+    QString errors;
+    QVERIFY(!runProcess(program, arguments, errors, 200, DefaultProcessTimeoutMs));
+    QVERIFY2(errors.endsWith(QStringLiteral("No such file or directory.\n\"Not started\"")),
+             qPrintable(errors));
 }
 
 void ProcessRunnerTest::boolForm_data()
@@ -181,5 +283,5 @@ void ProcessRunnerTest::unlimitedWaits()
     QVERIFY(errors.endsWith(QStringLiteral("\n\"Not finished\"")));
 }
 
-QTEST_GUILESS_MAIN(ProcessRunnerTest)
+ZQL_SANDBOXED_TEST_MAIN(ProcessRunnerTest)
 #include "processrunnertest.moc"

@@ -6,7 +6,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 namespace ZqlTest {
 namespace {
@@ -60,6 +62,59 @@ bool unmount(const QString &path, QString *error)
         return false;
     if (::umount2(QFile::encodeName(path).constData(), MNT_DETACH) != 0)
         return failed("unmount", path, error);
+    return true;
+}
+
+StalledMount::StalledMount(const QString &dir, int stallLimitMs)
+    : m_dir(dir)
+    , m_stallLimitMs(stallLimitMs)
+{}
+
+StalledMount::~StalledMount()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_ending = true;
+    }
+    m_ended.notify_all();
+    if (m_safetyNet.joinable())
+        m_safetyNet.join();
+    endConnection();
+    if (m_mounted)
+        ::umount2(QFile::encodeName(m_dir).constData(), MNT_DETACH);
+}
+
+// Closing the server's end aborts the connection: every blocked request fails.
+void StalledMount::endConnection()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_connection >= 0)
+        ::close(m_connection);
+    m_connection = -1;
+}
+
+bool StalledMount::mount(QString *error)
+{
+    if (!insideSandbox(error))
+        return false;
+    m_connection = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
+    if (m_connection < 0)
+        return failed("open /dev/fuse for", m_dir, error);
+    // Nobody reads the connection, so not even the first request (INIT) is answered.
+    const QByteArray options =
+        "fd=" + QByteArray::number(m_connection) + ",rootmode=40000,user_id=0,group_id=0";
+    if (::mount("zql-stalled", QFile::encodeName(m_dir).constData(), "fuse", MS_NOSUID | MS_NODEV,
+                options.constData()) != 0)
+        return failed("mount a stalled file system on", m_dir, error);
+    m_mounted = true;
+    m_safetyNet = std::thread([this] {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_ended.wait_for(lock, std::chrono::milliseconds(m_stallLimitMs),
+                             [this] { return m_ending; }))
+            return;
+        lock.unlock();
+        endConnection();
+    });
     return true;
 }
 

@@ -1,8 +1,14 @@
 #include "outputcapture.h"
+#include "searchpathfront.h"
 #include "switchfixture.h"
+#include "systemfixture.h"
 #include "testmain.h"
 
 #include <zql-modules/modules.h>
+
+#include <QDir>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 
 namespace {
 // The default waits for what has to succeed, even on a loaded machine; a step that is made to
@@ -57,6 +63,8 @@ private Q_SLOTS:
     void monitorFailure_data();
     void monitorFailure();
     void monitorHangIsCut();
+    void monitorThatNeverStartsIsCut();
+    void toolsRunByFullPath();
     void getSwitchState_data();
     void getSwitchState();
     void setSwitchState_data();
@@ -220,6 +228,54 @@ void SecuritySwitchesManagerTest::monitorHangIsCut()
     QCOMPARE(capture.standardError(), LoadFailed + "lumo-security-monitor finished with error:\n"
                                                    "Process operation timed out");
     QCOMPARE(manager.switchScripts(true), QStringList());
+}
+
+// The monitor's one limit covers its start too: a monitor whose exec blocks (it lies on a file
+// system that never answers) is cut after that limit, not after the scripts' start limit.
+void SecuritySwitchesManagerTest::monitorThatNeverStartsIsCut()
+{
+    QTemporaryDir scratch;
+    QVERIFY(scratch.isValid());
+    const QString dir = scratch.filePath(QStringLiteral("stalled"));
+    QVERIFY(QDir().mkpath(dir));
+    ZqlTest::StalledMount stalled(dir);
+    QString error;
+    QVERIFY2(stalled.mount(&error), qPrintable(error));
+    QVERIFY(m_fixture.linkMonitorTo(dir + QStringLiteral("/lumo-security-monitor")));
+
+    QElapsedTimer timer;
+    timer.start();
+    ZqlTest::OutputCapture capture;
+    const SecuritySwitchesManager manager(limitsFor(true, false));
+    capture.finish();
+    QVERIFY2(timer.elapsed() < 5000, "the monitor's limit was not applied to its start");
+    QCOMPARE(capture.standardError(), LoadFailed + "lumo-security-monitor finished with error:\n"
+                                                   "Process operation timed out");
+    QCOMPARE(manager.switchScripts(false), QStringList());
+    QCOMPARE(manager.switchScripts(true), QStringList());
+}
+
+// The monitor and the switch scripts run by their full paths: tools of the same names in front
+// of the search path are never run.
+void SecuritySwitchesManagerTest::toolsRunByFullPath()
+{
+    ZqlTest::SearchPathFront front;
+    QString error;
+    QVERIFY2(front.isValid(&error), qPrintable(error));
+    for (const QString &name : {QStringLiteral("lumo-security-monitor"), OnSwitch, OffSwitch}) {
+        QVERIFY(front.addTool(name, "echo '[]'"));
+        QCOMPARE(QStandardPaths::findExecutable(name), front.directory() + QLatin1Char('/') + name);
+    }
+    QVERIFY(m_fixture.countMonitorRuns());
+
+    SecuritySwitchesManager manager(limitsFor(false, false));
+    QCOMPARE(manager.switchScripts(false).size(), 3);
+    QCOMPARE(manager.getSwitchState(OnSwitch).status, 0);
+    QCOMPARE(manager.setSwitchState(OffSwitch, true), 0);
+    QCOMPARE(front.runs(), QStringList());
+    QCOMPARE(m_fixture.monitorRuns(), QStringList{QStringLiteral("switches")});
+    QCOMPARE(m_fixture.calls(), (QStringList{OnSwitch + QStringLiteral(" is-enabled"),
+                                             OffSwitch + QStringLiteral(" enable")}));
 }
 
 void SecuritySwitchesManagerTest::prepare(Setup setup, const QString &script,

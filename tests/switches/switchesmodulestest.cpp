@@ -77,6 +77,7 @@ private Q_SLOTS:
     void emptyGroup();
     void roundTrip_data();
     void roundTrip();
+    void monitorRunsOncePerModule();
 
 private:
     void addModuleColumn();
@@ -354,6 +355,25 @@ void SwitchesModulesTest::roundTrip()
     QCOMPARE(capture.standardError(), QByteArray());
     QCOMPARE(capture.standardOutput(), QByteArray());
     QCOMPARE(m_fixture.states(), statesBefore);
+}
+
+// Each module lists the switches once, when it is built; reading and changing them runs only
+// the scripts.
+void SwitchesModulesTest::monitorRunsOncePerModule()
+{
+    QVERIFY(m_fixture.countMonitorRuns());
+    ConsolePolicyModule console;
+    QCOMPARE(m_fixture.monitorRuns().size(), 1);
+    SystemParametersModule parameters;
+    QCOMPARE(m_fixture.monitorRuns(),
+             (QStringList{QStringLiteral("switches"), QStringLiteral("switches")}));
+
+    QCOMPARE(console.getSettings().second, ConsoleSettings);
+    QCOMPARE(parameters.getSettings().second, ParameterSettings);
+    QVERIFY(!console.setSettings(ConsoleSettings));
+    QVERIFY(!parameters.setSettings(ParameterSettings));
+    QCOMPARE(m_fixture.calls().size(), 2 * (ConsoleScripts.size() + ParameterScripts.size()));
+    QCOMPARE(m_fixture.monitorRuns().size(), 2);
 }
 
 ZQL_SANDBOXED_TEST_MAIN(SwitchesModulesTest)

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 namespace ZqlTest {
 namespace {
@@ -11,7 +12,16 @@ const QString MonitorDir = QStringLiteral("/var/lib/zql-sim/security-monitor");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
 const QString LockDir = QStringLiteral("/var/lib/zql-sim/switches/lock");
 const QString CallLog = QStringLiteral("/var/lib/zql-sim/switches/calls.log");
+const QString MonitorRunLog = QStringLiteral("/var/lib/zql-sim/security-monitor/runs.log");
 const QString StateSuffix = QStringLiteral(".state");
+
+QStringList linesOf(const QString &path)
+{
+    const QByteArray log = readBytes(path);
+    if (log.isEmpty())
+        return {};
+    return QString::fromUtf8(log).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
 
 QStringList filesIn(const QString &dir)
 {
@@ -57,6 +67,11 @@ bool SwitchFixture::reset(QString *error)
         }
     }
     m_added.clear();
+    // Writing the program back must not follow a link a test put in its place.
+    if (QFileInfo(MonitorPath).isSymLink() && !QFile::remove(MonitorPath)) {
+        *error = QStringLiteral("cannot remove the link %1").arg(MonitorPath);
+        return false;
+    }
     for (auto it = m_files.cbegin(); it != m_files.cend(); ++it) {
         if (!writeBytes(it.key(), it.value())) {
             *error = QStringLiteral("cannot write %1").arg(it.key());
@@ -84,6 +99,21 @@ bool SwitchFixture::setMonitorBehaviour(const QByteArray &behaviour)
 bool SwitchFixture::removeMonitor()
 {
     return QFile::remove(MonitorPath);
+}
+
+bool SwitchFixture::linkMonitorTo(const QString &target)
+{
+    return QFile::remove(MonitorPath) && QFile::link(target, MonitorPath);
+}
+
+bool SwitchFixture::countMonitorRuns()
+{
+    return writeBytes(MonitorRunLog, "");
+}
+
+QStringList SwitchFixture::monitorRuns() const
+{
+    return linesOf(MonitorRunLog);
 }
 
 bool SwitchFixture::setState(const QString &script, bool enabled)
@@ -131,10 +161,7 @@ bool SwitchFixture::addProgram(const QString &name, const QByteArray &content, b
 
 QStringList SwitchFixture::calls() const
 {
-    const QByteArray log = readBytes(CallLog);
-    if (log.isEmpty())
-        return {};
-    return QString::fromUtf8(log).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    return linesOf(CallLog);
 }
 
 QHash<QString, QByteArray> SwitchFixture::states() const

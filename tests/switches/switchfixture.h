@@ -29,6 +29,12 @@ public:
     bool setMonitorBehaviour(const QByteArray &behaviour);
     /** Removes the monitor program. */
     bool removeMonitor();
+    /** Puts a symbolic link to @p target in place of the monitor program. */
+    bool linkMonitorTo(const QString &target);
+    /** Makes the monitor log its runs from now on (until the next reset). */
+    bool countMonitorRuns();
+    /** The arguments of each monitor run since countMonitorRuns(), one line per run. */
+    QStringList monitorRuns() const;
 
     /** Sets a switch on or off, as its script keeps it. */
     bool setState(const QString &script, bool enabled);
