@@ -75,9 +75,20 @@ void SandboxProcess::release()
     m_release.reset();
 }
 
+SandboxProcess::~SandboxProcess()
+{
+    if (m_pid <= 0)
+        return;
+    release();
+    int status = 0;
+    waitFor(m_pid, &status);
+}
+
 int SandboxProcess::reap(int *status)
 {
-    return waitFor(m_pid, status) == m_pid ? 0 : errno;
+    const pid_t pid = m_pid;
+    m_pid = -1;
+    return waitFor(pid, status) == pid ? 0 : errno;
 }
 
 } // namespace ZqlSandbox

@@ -29,6 +29,9 @@ class SandboxProcess
 {
 public:
     SandboxProcess() = default;
+    // Releases and reaps a sandbox process that reap() did not (an inspection that threw), so
+    // that none is left behind as a zombie.
+    ~SandboxProcess();
     SandboxProcess(const SandboxProcess &) = delete;
     SandboxProcess &operator=(const SandboxProcess &) = delete;
 
@@ -47,9 +50,9 @@ public:
     int reap(int *status);
 
 private:
-    pid_t m_pid = -1;
-    Fd m_reports; // read end
-    Fd m_release; // write end: closing it releases the sandbox process
+    pid_t m_pid = -1; // -1 once reaped
+    Fd m_reports;     // read end
+    Fd m_release;     // write end: closing it releases the sandbox process
 };
 
 } // namespace ZqlSandbox
