@@ -25,6 +25,8 @@ namespace {
 const QString Program = QStringLiteral(ZQL_POLICY);
 const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
+const QString Monitor = QStringLiteral("/usr/sbin/lumo-security-monitor");
+const QString MonitorAway = Monitor + QStringLiteral(".away");
 
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
@@ -147,6 +149,7 @@ private Q_SLOTS:
     void refused();
     void applyOnlySelectedModules();
     void moduleFailureIsNamedInExitAndSummary();
+    void failingApplyOnStockMachineWritesWholeLines();
     void dryRunShowsDiffAndChangesNothing();
     void dryRunOfRefusedPolicyChangesNothing();
     void rootLayerRunsOnLayeredSystem();
@@ -194,6 +197,8 @@ void ZqlPolicyTest::init()
 void ZqlPolicyTest::cleanup()
 {
     restore(m_snapshot);
+    if (QFileInfo::exists(MonitorAway))
+        QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
     QString error;
     if (QFileInfo(path("full")).isDir())
         ZqlTest::unmount(path("full"), &error); // mounted by exportToUnwritablePlace
@@ -553,6 +558,33 @@ void ZqlPolicyTest::moduleFailureIsNamedInExitAndSummary()
     // The modules after the failed one were still applied.
     QCOMPARE(ZqlTest::readBytes(SwitchDir + QStringLiteral("/param-swap-wipe.state")),
              QByteArray("enabled\n"));
+}
+
+void ZqlPolicyTest::failingApplyOnStockMachineWritesWholeLines()
+{
+    // As on a stock machine: no security monitor and no tessel.conf. Each switches module
+    // says so in a diagnostic that does not end its line.
+    QVERIFY(QFile::rename(Monitor, MonitorAway));
+    QVERIFY(QFile::remove(TesselConf));
+    QVERIFY(ZqlTest::writeBytes(path("stock.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                " \"login-local\": {\"login_state\": \"all\"},\n"
+                                " \"console-policy\": {\"console-tty-lock\": true},\n"
+                                " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
+    const Run result = run({QStringLiteral("apply"), path("stock.json")});
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.out, QByteArray());
+    // The library's bytes as it writes them, each diagnostic's line ended before the next.
+    const QByteArray monitorFailed = "Failed to load security options .\n"
+                                     "lumo-security-monitor finished with error:\n"
+                                     "execvp: No such file or directory";
+    QCOMPARE(result.err, monitorFailed + '\n' + monitorFailed + '\n' +
+                             "login-local : File '/etc/tessel/tessel.conf' not exist: \n"
+                             "zql-policy: " +
+                             path("stock.json").toUtf8() +
+                             ": failed: login-local; applied: console-policy, "
+                             "system-parameters\n");
+    QVERIFY(QFile::rename(MonitorAway, Monitor));
 }
 
 void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()

@@ -1,10 +1,10 @@
 #include "policytool.h"
 
+#include "diagnosticrelay.h"
 #include "messages.h"
 #include "policychecker.h"
 #include "policyjson.h"
 #include "progressreporter.h"
-#include "streamredirection.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -68,12 +68,17 @@ QStringList PolicyTool::unknownModules(const QStringList &modules) const
 int PolicyTool::list()
 {
     QByteArray text;
-    for (ModuleInterface *module : m_registry.modules()) {
-        const QString line = QStringLiteral("%1 %2\n")
-                                 .arg(module->getName(), -22)
-                                 .arg(module->isAvailable() ? QStringLiteral("available")
-                                                            : QStringLiteral("not available"));
-        text += line.toUtf8();
+    {
+        DiagnosticRelay relay;
+        for (const QString &name : m_registry.names()) {
+            ModuleInterface *module = m_registry.module(name);
+            const QString line = QStringLiteral("%1 %2\n")
+                                     .arg(module->getName(), -22)
+                                     .arg(module->isAvailable() ? QStringLiteral("available")
+                                                                : QStringLiteral("not available"));
+            text += line.toUtf8();
+            DiagnosticRelay::endLines();
+        }
     }
     return writeOut(text) ? ExitSuccess : ExitFileError;
 }
@@ -84,7 +89,7 @@ int PolicyTool::get(const QStringList &modules)
     bool failed = false;
     {
         // The JSON owns standard output; notes the modules print go to standard error.
-        StreamRedirection notes(2, 1);
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!modules.isEmpty() && !modules.contains(name))
@@ -112,6 +117,7 @@ int PolicyTool::get(const QStringList &modules)
                 failed = failed || status != ModuleInterface::StatusSuccess;
             }
             result[name.toStdString()] = std::move(entry);
+            DiagnosticRelay::endLines();
         }
     }
     if (!writeOut(PolicyJson::dump(result)))
@@ -124,7 +130,7 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
     PolicyDocument document;
     QStringList failed;
     {
-        StreamRedirection notes(2, 1);
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!modules.isEmpty() && !modules.contains(name))
@@ -146,6 +152,7 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
                 failed.append(name);
             else
                 document.addSection(name, reply.second);
+            DiagnosticRelay::endLines();
         }
     }
     if (!failed.isEmpty()) {
@@ -201,8 +208,10 @@ int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only
         return ExitFileError;
     const QString source = sourceName(policyFile);
     QStringList problems;
-    if (document->parse(text, m_registry.names(), &problems))
+    if (document->parse(text, m_registry.names(), &problems)) {
+        DiagnosticRelay relay;
         PolicyChecker(m_registry).check(*document, only, &problems, checked);
+    }
     for (const QString &problem : qAsConst(problems))
         Messages::report(QStringLiteral("%1: %2").arg(source, problem));
     if (problems.isEmpty())
@@ -239,6 +248,7 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
     QStringList applied;
     QStringList failed;
     {
+        DiagnosticRelay relay;
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!checked.contains(name))
@@ -247,6 +257,7 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
             progress.start(QStringLiteral("applying %1").arg(name));
             const bool moduleFailed = module->setSettings(document.section(name)->settings);
             progress.finish();
+            DiagnosticRelay::endLines();
             (moduleFailed ? failed : applied).append(name);
         }
     }
