@@ -23,6 +23,9 @@
 namespace {
 
 const QString Program = QStringLiteral(ZQL_POLICY);
+const QString SandboxProgram = QStringLiteral(ZQL_SANDBOX);
+const QString BuildDir = QStringLiteral(ZQL_BUILD_DIR);
+const QString HardeningPolicy = QStringLiteral(ZQL_SOURCE_DIR "/examples/hardening.json");
 const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
 const QString Monitor = QStringLiteral("/usr/sbin/lumo-security-monitor");
@@ -120,6 +123,75 @@ QByteArray lastLine(const QByteArray &text)
     return lines.isEmpty() ? QByteArray() : lines.last();
 }
 
+// One line of the preview's summary: " /etc/login.defs | 6 +++---".
+struct StatEntry
+{
+    QString path;
+    QByteArray count;
+};
+
+struct StatGroup
+{
+    QList<StatEntry> entries;
+    QByteArray totals;
+};
+
+// The summary's groups by heading, up to the blank line before the diff.
+QMap<QByteArray, StatGroup> statGroups(const QByteArray &preview)
+{
+    QMap<QByteArray, StatGroup> groups;
+    QByteArray heading;
+    const QList<QByteArray> lines = preview.split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.isEmpty())
+            break;
+        if (!line.startsWith(' ')) {
+            heading = line;
+        } else if (line.contains(" | ")) {
+            const int bar = line.indexOf(" | ");
+            groups[heading].entries.append({QString::fromUtf8(line.mid(1, bar - 1).trimmed()),
+                                            line.mid(bar + 3).trimmed().split(' ').first()});
+        } else {
+            groups[heading].totals = line;
+        }
+    }
+    return groups;
+}
+
+// GNU diff's count of added and removed lines between two files (a missing one is empty).
+void diffCounts(const QString &before, const QString &after, int *added, int *removed)
+{
+    const QString nothing = QStringLiteral("/dev/null");
+    const ZqlTest::ToolRun diff = ZqlTest::runTool(
+        QStringLiteral("diff"), {QStringLiteral("-u"), QFileInfo::exists(before) ? before : nothing,
+                                 QFileInfo::exists(after) ? after : nothing});
+    *added = 0;
+    *removed = 0;
+    const QList<QByteArray> lines = diff.standardOutput.split('\n');
+    for (int i = 2; i < lines.size(); ++i) {
+        if (lines.at(i).startsWith('+'))
+            ++*added;
+        else if (lines.at(i).startsWith('-'))
+            ++*removed;
+    }
+}
+
+QByteArray totalsLine(int files, int added, int removed)
+{
+    QByteArray line =
+        " " + QByteArray::number(files) + (files == 1 ? " file changed" : " files changed");
+    if (added > 0 || removed == 0)
+        line +=
+            ", " + QByteArray::number(added) + (added == 1 ? " insertion(+)" : " insertions(+)");
+    if (removed > 0 || added == 0)
+        line +=
+            ", " + QByteArray::number(removed) + (removed == 1 ? " deletion(-)" : " deletions(-)");
+    return line;
+}
+
+const QByteArray ConfigurationHeading = "Configuration files the policy changes:";
+const QByteArray StateHeading = "Backups and tool state (their diff: --full):";
+
 const QByteArray LoginAll = "{\"format\": \"zql-policy\", \"version\": 1,\n"
                             " \"login-local\": {\"login_state\": \"all\"}}\n";
 
@@ -152,6 +224,8 @@ private Q_SLOTS:
     void failingApplyOnStockMachineWritesWholeLines();
     void dryRunShowsDiffAndChangesNothing();
     void dryRunOfRefusedPolicyChangesNothing();
+    void dryRunPreviewMatchesTheApply();
+    void dryRunStatAndFull();
     void rootLayerRunsOnLayeredSystem();
     void rootLayerExportToFile();
     void unreadablePolicy_data();
@@ -160,6 +234,7 @@ private Q_SLOTS:
     void exportToUnwritablePlace();
     void progressOnTerminal();
     void noProgressWithoutTerminal();
+    void dryRunColourOnlyOnTerminal();
 
 private:
     QTemporaryDir m_dir;
@@ -593,7 +668,11 @@ void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()
     const Run result =
         run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")});
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.out, QByteArray("diff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf\n"
+    QCOMPARE(result.out, QByteArray("Configuration files the policy changes:\n"
+                                    " /etc/tessel/tessel.conf | 2 +-\n"
+                                    " 1 file changed, 1 insertion(+), 1 deletion(-)\n"
+                                    "\n"
+                                    "diff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf\n"
                                     "--- a/etc/tessel/tessel.conf\n"
                                     "+++ b/etc/tessel/tessel.conf\n"
                                     "@@ -6,6 +6,6 @@\n"
@@ -620,6 +699,104 @@ void ZqlPolicyTest::dryRunOfRefusedPolicyChangesNothing()
     QCOMPARE(result.exitCode, 3);
     QCOMPARE(result.out, QByteArray());
     QVERIFY2(result.err.endsWith(": refused; nothing was applied\n"), result.err.constData());
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::dryRunPreviewMatchesTheApply()
+{
+    // The same apply, in a sandbox of its own that keeps what it wrote: the files after.
+    const QString after = path("after");
+    const ZqlTest::ToolRun kept = ZqlTest::runTool(
+        SandboxProgram,
+        {QStringLiteral("--share"), BuildDir, QStringLiteral("--keep"), after, QStringLiteral("--"),
+         Program, QStringLiteral("apply"), QStringLiteral("-")},
+        120000, ZqlTest::readBytes(HardeningPolicy));
+    QVERIFY2(kept.succeeded(), qPrintable(kept.describe()));
+
+    const Run result = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    const QMap<QByteArray, StatGroup> groups = statGroups(result.out);
+    QCOMPARE(groups.keys(), (QList<QByteArray>{StateHeading, ConfigurationHeading})); // by name
+
+    // Every count of the summary is GNU diff's, file by file and in each group's totals.
+    QStringList configurationFiles;
+    for (auto group = groups.begin(); group != groups.end(); ++group) {
+        int added = 0;
+        int removed = 0;
+        for (const StatEntry &entry : group.value().entries) {
+            int fileAdded = 0;
+            int fileRemoved = 0;
+            diffCounts(entry.path, after + entry.path, &fileAdded, &fileRemoved);
+            QVERIFY2(
+                entry.count == QByteArray::number(fileAdded + fileRemoved),
+                qPrintable(entry.path + QStringLiteral(": ") + QString::fromUtf8(entry.count)));
+            added += fileAdded;
+            removed += fileRemoved;
+            if (group.key() == ConfigurationHeading)
+                configurationFiles.append(entry.path);
+        }
+        QCOMPARE(group.value().totals, totalsLine(group.value().entries.size(), added, removed));
+    }
+    QVERIFY(configurationFiles.contains(QStringLiteral("/etc/login.defs")));
+    QVERIFY(configurationFiles.contains(QStringLiteral("/etc/pam.d/common-password")));
+
+    // The diff applies with patch to a copy of the configuration files and gives what the apply
+    // wrote.
+    const QString copy = path("copy");
+    for (const QString &file : qAsConst(configurationFiles)) {
+        QVERIFY(QDir().mkpath(QFileInfo(copy + file).absolutePath()));
+        if (QFileInfo::exists(file))
+            QVERIFY(QFile::copy(file, copy + file));
+    }
+    const QByteArray diff = result.out.mid(result.out.indexOf("\n\ndiff --git ") + 2);
+    const ZqlTest::ToolRun patched = ZqlTest::runTool(
+        QStringLiteral("patch"),
+        {QStringLiteral("-p1"), QStringLiteral("-d"), copy, QStringLiteral("-s")}, 30000, diff);
+    QVERIFY2(patched.succeeded(), qPrintable(patched.describe()));
+    for (const QString &file : qAsConst(configurationFiles))
+        QVERIFY2(ZqlTest::readBytes(copy + file) == ZqlTest::readBytes(after + file),
+                 qPrintable(file));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::dryRunStatAndFull()
+{
+    const Run plain = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY2(plain.exitCode == 0, qPrintable(describe(plain)));
+    const int diffStart = plain.out.indexOf("\n\ndiff --git ") + 1;
+    QVERIFY(diffStart > 0);
+    // The configuration diff only: no backup and no state below /var.
+    QVERIFY(!plain.out.mid(diffStart).contains(".bak b/"));
+    QVERIFY(!plain.out.mid(diffStart).contains(" a/var/"));
+
+    const Run stat = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                          QStringLiteral("--stat")});
+    QVERIFY2(stat.exitCode == 0, qPrintable(describe(stat)));
+    QCOMPARE(stat.out, plain.out.left(diffStart).replace(StateHeading, "Backups and tool state:"));
+
+    const Run full = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                          QStringLiteral("--full")});
+    QVERIFY2(full.exitCode == 0, qPrintable(describe(full)));
+    // Every backup and piece of state gets its block, after the summary that lists them.
+    const QList<StatEntry> state = statGroups(plain.out).value(StateHeading).entries;
+    QVERIFY(!state.isEmpty());
+    QVERIFY(full.out.startsWith(stat.out + '\n'));
+    for (const StatEntry &entry : state) {
+        const QByteArray header = "diff --git a" + entry.path.toUtf8() + " b" + entry.path.toUtf8();
+        QVERIFY2(full.out.contains(header + '\n'), header.constData());
+        QVERIFY2(!plain.out.contains(header + '\n'), header.constData());
+    }
+    // Piped output is plain whatever the environment.
+    QVERIFY(!full.out.contains('\033'));
+    const Run always = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                            QStringLiteral("--color=always")});
+    QVERIFY(always.out.contains("\033[1mdiff --git a/etc/login.defs b/etc/login.defs\033[m\n"));
+
+    const Run wrong = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                           QStringLiteral("--color=sometimes")});
+    QCOMPARE(wrong.exitCode, 2);
+    QCOMPARE(wrong.err, QByteArray("zql-policy: --color takes auto, always or never, not "
+                                   "\"sometimes\"\nTry 'zql-policy --help'.\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 }
 
@@ -809,6 +986,31 @@ void ZqlPolicyTest::noProgressWithoutTerminal()
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.err, QByteArray("zql-policy: " + path("slow.json").toUtf8() +
                                     ": applied: console-policy\n"));
+}
+
+void ZqlPolicyTest::dryRunColourOnlyOnTerminal()
+{
+    QVERIFY(ZqlTest::writeBytes(path("all.json"), LoginAll));
+    int exitCode = -1;
+    const QByteArray shown = runOnTerminal(
+        {QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")}, &exitCode);
+    QCOMPARE(exitCode, 0);
+    // git's colours; the terminal turns each line feed into CR LF.
+    QVERIFY2(shown.contains(" /etc/tessel/tessel.conf | 2 \033[32m+\033[m\033[31m-\033[m\r\n"),
+             shown.constData());
+    QVERIFY2(shown.contains("\033[1mdiff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf"
+                            "\033[m\r\n"),
+             shown.constData());
+    QVERIFY(shown.contains("\033[36m@@ -6,6 +6,6 @@\033[m\r\n"));
+    QVERIFY(shown.contains("\033[31m-login_local admin\033[m\r\n"));
+    QVERIFY(shown.contains("\033[32m+login_local all\033[m\r\n"));
+
+    const QByteArray plain =
+        runOnTerminal({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run"),
+                       QStringLiteral("--color=never")},
+                      &exitCode);
+    QCOMPARE(exitCode, 0);
+    QVERIFY2(plain.contains("+login_local all\r\n") && !plain.contains('\033'), plain.constData());
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ZqlPolicyTest)

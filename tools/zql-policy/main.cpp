@@ -1,6 +1,7 @@
 // zql-policy: exports, checks, previews and applies a whole security policy through the modules
 // of libzql-modules. docs/zql-policy.md describes the commands and docs/policy-format.md the
 // policy document.
+#include "dryrunpreview.h"
 #include "messages.h"
 #include "moduleregistry.h"
 #include "policytool.h"
@@ -62,6 +63,9 @@ const char Usage[] =
     "  4    the policy could not be read or the output could not be written\n"
     "  125  the sandbox could not be set up or examined (--root-layer, --dry-run)\n";
 
+const QStringList ColourChoices = {QStringLiteral("auto"), QStringLiteral("always"),
+                                   QStringLiteral("never")};
+
 struct CommandLine
 {
     QString command;
@@ -71,6 +75,10 @@ struct CommandLine
     QString output;
     QString sourceName;
     bool dryRun = false;
+    bool stat = false;
+    bool full = false;
+    QString colour = QStringLiteral("auto");
+    bool colourGiven = false;
     bool help = false;
     bool version = false;
 };
@@ -124,6 +132,17 @@ int parse(const QStringList &args, CommandLine *line)
             line->version = true;
         } else if (arg == QLatin1String("--dry-run")) {
             line->dryRun = true;
+        } else if (arg == QLatin1String("--stat")) {
+            line->stat = true;
+        } else if (arg == QLatin1String("--full")) {
+            line->full = true;
+        } else if (arg == QLatin1String("--color") || arg.startsWith(QLatin1String("--color="))) {
+            line->colour = arg.contains(QLatin1Char('=')) ? arg.section(QLatin1Char('='), 1)
+                                                          : QStringLiteral("always");
+            if (!ColourChoices.contains(line->colour))
+                return usageError(QStringLiteral("--color takes auto, always or never, not \"%1\"")
+                                      .arg(line->colour));
+            line->colourGiven = true;
         } else if (optionValue(args, i, {QStringLiteral("--root-layer")}, &value, &missing)) {
             if (missing || value.isEmpty())
                 return usageError(QStringLiteral("--root-layer needs a directory"));
@@ -168,6 +187,14 @@ int validate(const CommandLine &line, const PolicyTool &tool)
         return usageError(QStringLiteral("--only is for check and apply"));
     if (line.dryRun && command != QLatin1String("apply"))
         return usageError(QStringLiteral("--dry-run is for apply"));
+    if ((line.stat || line.full || line.colourGiven) && !line.dryRun) {
+        const QString option =
+            line.stat ? QStringLiteral("--stat")
+                      : (line.full ? QStringLiteral("--full") : QStringLiteral("--color"));
+        return usageError(QStringLiteral("%1 is for apply --dry-run").arg(option));
+    }
+    if (line.stat && line.full)
+        return usageError(QStringLiteral("--stat and --full exclude each other"));
     if (!line.output.isEmpty() && command != QLatin1String("export"))
         return usageError(QStringLiteral("--output is for export"));
     if (command == QLatin1String("list") && !line.positional.isEmpty())
@@ -180,6 +207,33 @@ int validate(const CommandLine &line, const PolicyTool &tool)
                               .arg(unknown.first(), tool.moduleNames().join(QStringLiteral(", "))));
     }
     return -1;
+}
+
+// Colour as git decides it: auto means a terminal that is not "dumb".
+bool useColour(const QString &choice)
+{
+    if (choice == QLatin1String("always"))
+        return true;
+    if (choice == QLatin1String("never"))
+        return false;
+    return ::isatty(STDOUT_FILENO) == 1 && qgetenv("TERM") != "dumb";
+}
+
+// The dry run's preview on standard output.
+bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &files)
+{
+    using ZqlPolicy::DryRunPreview;
+    const DryRunPreview::Detail detail =
+        line.stat
+            ? DryRunPreview::Detail::Summary
+            : (line.full ? DryRunPreview::Detail::Full : DryRunPreview::Detail::Configuration);
+    const QByteArray text = DryRunPreview::render(files, detail, useColour(line.colour));
+    const size_t size = static_cast<size_t>(text.size());
+    if (std::fwrite(text.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
+        return true;
+    Messages::report(QStringLiteral("cannot write the preview: %1")
+                         .arg(QString::fromLocal8Bit(std::strerror(errno))));
+    return false;
 }
 
 // The command once more, in the sandbox: over the layers given, or for a dry run.
@@ -220,6 +274,8 @@ int runSandboxed(const CommandLine &line)
         return PolicyTool::ExitFileError;
     if (line.dryRun &&
         (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
+        if (!writePreview(line, run.fileDiffs()))
+            return PolicyTool::ExitFileError;
         const QStringList changes = run.changes();
         if (changes.isEmpty()) {
             Messages::report(QStringLiteral("dry run: no file would change; nothing was changed"));
