@@ -226,6 +226,9 @@ private Q_SLOTS:
     void dryRunOfRefusedPolicyChangesNothing();
     void dryRunPreviewMatchesTheApply();
     void dryRunStatAndFull();
+    void driftAfterApplyingTheSamePolicy();
+    void driftOfOneChangedKey();
+    void driftOfUnreadableModule();
     void rootLayerRunsOnLayeredSystem();
     void rootLayerExportToFile();
     void unreadablePolicy_data();
@@ -285,7 +288,8 @@ void ZqlPolicyTest::help()
     QCOMPARE(result.exitCode, 0);
     QVERIFY(
         result.out.startsWith("Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"));
-    QVERIFY(result.out.contains("\nExit status:\n  0    done\n"));
+    QVERIFY(result.out.contains("\nExit status:\n  0    done; with diff: the machine follows the "
+                                "policy\n"));
     QVERIFY(
         result.out.contains("  3    the policy was refused by the check; nothing was applied\n"));
     QCOMPARE(result.err, QByteArray());
@@ -320,7 +324,7 @@ void ZqlPolicyTest::usageErrors_data()
                                          << QByteArray("list takes no arguments");
     QTest::newRow("--only on list")
         << QStringList{QStringLiteral("list"), QStringLiteral("--only"), QStringLiteral("audit")}
-        << QByteArray("--only is for check and apply");
+        << QByteArray("--only is for check, apply and diff");
     QTest::newRow("--only without name")
         << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only")}
         << QByteArray("--only needs a module name");
@@ -798,6 +802,100 @@ void ZqlPolicyTest::dryRunStatAndFull()
     QCOMPARE(wrong.err, QByteArray("zql-policy: --color takes auto, always or never, not "
                                    "\"sometimes\"\nTry 'zql-policy --help'.\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
+{
+    const Run applied = run({QStringLiteral("apply"), HardeningPolicy});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    const Snapshot afterApply = configuration();
+    QFile::remove(SwitchDir + QStringLiteral("/calls.log"));
+
+    const Run drift = run({QStringLiteral("diff"), HardeningPolicy});
+    QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
+    QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
+                            ": follows: user-creation-policy, password-policy, account-lockout, "
+                            "login-local, console-policy, system-parameters\n");
+    // Reading only: no file changed, no switch was turned.
+    QCOMPARE(differences(afterApply, configuration()), QString());
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+
+    const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
+                          QStringLiteral("--only"), QStringLiteral("login-local")});
+    QCOMPARE(json.exitCode, 0);
+    QCOMPARE(json.out, "{\n"
+                       "    \"policy\": \"" +
+                           HardeningPolicy.toUtf8() +
+                           "\",\n"
+                           "    \"result\": \"follows\",\n"
+                           "    \"modules\": {\n"
+                           "        \"login-local\": {\n"
+                           "            \"status\": \"follows\",\n"
+                           "            \"differences\": []\n"
+                           "        }\n"
+                           "    }\n"
+                           "}\n");
+}
+
+void ZqlPolicyTest::driftOfOneChangedKey()
+{
+    // The tests start from an apply of start.json, the machine's own export.
+    const QString policy = path("start.json");
+    // One key changed by hand: who may log in locally.
+    QByteArray conf = ZqlTest::readBytes(TesselConf);
+    QVERIFY(conf.contains("\nlogin_local admin\n"));
+    QVERIFY(ZqlTest::writeBytes(TesselConf,
+                                conf.replace("\nlogin_local admin\n", "\nlogin_local all\n")));
+
+    const Run drift = run({QStringLiteral("diff"), policy});
+    QCOMPARE(drift.exitCode, 1);
+    const QByteArray expected =
+        QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
+        policy.toUtf8() +
+        ": drifted: login-local (1 key); follows: user-creation-policy, "
+        "password-policy, account-lockout, console-policy, "
+        "system-parameters\n";
+    QVERIFY2(drift.out == expected, drift.out.constData());
+
+    const Run json = run({QStringLiteral("diff"), policy, QStringLiteral("--json"),
+                          QStringLiteral("--only=login-local,account-lockout")});
+    QCOMPARE(json.exitCode, 1);
+    QCOMPARE(json.out, "{\n"
+                       "    \"policy\": \"" +
+                           policy.toUtf8() +
+                           "\",\n"
+                           "    \"result\": \"drifted\",\n"
+                           "    \"modules\": {\n"
+                           "        \"account-lockout\": {\n"
+                           "            \"status\": \"follows\",\n"
+                           "            \"differences\": []\n"
+                           "        },\n"
+                           "        \"login-local\": {\n"
+                           "            \"status\": \"drifted\",\n"
+                           "            \"differences\": [\n"
+                           "                {\n"
+                           "                    \"key\": \"login_state\",\n"
+                           "                    \"policy\": \"admin\",\n"
+                           "                    \"machine\": \"all\"\n"
+                           "                }\n"
+                           "            ]\n"
+                           "        }\n"
+                           "    }\n"
+                           "}\n");
+}
+
+void ZqlPolicyTest::driftOfUnreadableModule()
+{
+    QVERIFY(QFile::remove(TesselConf));
+    const Run drift = run({QStringLiteral("diff"), path("start.json"), QStringLiteral("--only"),
+                           QStringLiteral("login-local,account-lockout")});
+    // Not drift: the module could not be compared, and the status says so.
+    QCOMPARE(drift.exitCode, 5);
+    QCOMPARE(drift.out, "login-local: the settings could not be read\n" +
+                            path("start.json").toUtf8() +
+                            ": follows: account-lockout; unreadable: login-local\n");
+    QVERIFY2(drift.err.startsWith("login-local : "), drift.err.constData());
 }
 
 void ZqlPolicyTest::rootLayerRunsOnLayeredSystem()

@@ -25,7 +25,8 @@ namespace {
 const char Usage[] =
     "Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"
     "Export, check, preview and apply the security policy of this machine through the modules\n"
-    "of libzql-modules. Needs root for everything but list and --help.\n"
+    "of libzql-modules, and compare the machine with a policy. Needs root for everything but\n"
+    "list and --help.\n"
     "\n"
     "Commands:\n"
     "  list                      every module: its name key and whether it is available\n"
@@ -37,30 +38,41 @@ const char Usage[] =
     "  check FILE [--only MODULE]...\n"
     "                            check a policy document: unknown modules and keys, the\n"
     "                            modules' own restrictions, control characters; changes nothing\n"
-    "  apply FILE [--only MODULE]... [--dry-run]\n"
+    "  apply FILE [--only MODULE]... [--dry-run [--stat|--full] [--color[=WHEN]]]\n"
     "                            check, then apply the policy module by module; nothing is\n"
     "                            applied when the check fails\n"
+    "  diff FILE [--only MODULE]... [--json]\n"
+    "                            compare the policy with this machine's settings, module by\n"
+    "                            module and key by key; changes nothing\n"
     "FILE \"-\" is standard input.\n"
     "\n"
     "Options:\n"
     "  --root-layer DIR    run the command in the system sandbox, over this machine's root with\n"
     "                      the tree DIR laid on top (the simulated system: sim/layer); may be\n"
     "                      repeated, later layers lie above earlier ones\n"
-    "  --only MODULE       check and apply only MODULE; may be repeated (or MODULE,MODULE)\n"
+    "  --only MODULE       check, apply or compare only MODULE; may be repeated (or\n"
+    "                      MODULE,MODULE)\n"
     "  -o, --output FILE   export into FILE instead of standard output\n"
     "  --dry-run           apply in the sandbox, over a copy-on-write view of this machine's\n"
-    "                      root, and print a unified diff of every file the apply would\n"
-    "                      change; nothing on this machine changes\n"
+    "                      root; print a summary of every file the apply would change (the\n"
+    "                      configuration files, then backups and tool state), then the unified\n"
+    "                      diff of the configuration files; nothing on this machine changes\n"
+    "  --stat              with --dry-run: the summary only\n"
+    "  --full              with --dry-run: the diff of backups and tool state too\n"
+    "  --color[=WHEN]      with --dry-run: colour the preview as git does; WHEN is auto (on a\n"
+    "                      terminal, the default), always or never; --color alone is always\n"
+    "  --json              with diff: the report as a JSON document\n"
     "  -h, --help          show this help\n"
     "  --version           show the version\n"
     "\n"
     "Exit status:\n"
-    "  0    done\n"
+    "  0    done; with diff: the machine follows the policy\n"
     "  1    a module could not read or apply its settings; the last line on standard error\n"
-    "       names the modules that failed and those applied\n"
+    "       names the modules that failed and those applied; with diff: a key drifted\n"
     "  2    the command line is wrong\n"
     "  3    the policy was refused by the check; nothing was applied\n"
     "  4    the policy could not be read or the output could not be written\n"
+    "  5    diff: nothing differs, but a module was not available or could not be read\n"
     "  125  the sandbox could not be set up or examined (--root-layer, --dry-run)\n";
 
 const QStringList ColourChoices = {QStringLiteral("auto"), QStringLiteral("always"),
@@ -79,6 +91,7 @@ struct CommandLine
     bool full = false;
     QString colour = QStringLiteral("auto");
     bool colourGiven = false;
+    bool json = false;
     bool help = false;
     bool version = false;
 };
@@ -132,6 +145,8 @@ int parse(const QStringList &args, CommandLine *line)
             line->version = true;
         } else if (arg == QLatin1String("--dry-run")) {
             line->dryRun = true;
+        } else if (arg == QLatin1String("--json")) {
+            line->json = true;
         } else if (arg == QLatin1String("--stat")) {
             line->stat = true;
         } else if (arg == QLatin1String("--full")) {
@@ -170,7 +185,8 @@ int parse(const QStringList &args, CommandLine *line)
 
 bool takesPolicyFile(const QString &command)
 {
-    return command == QLatin1String("check") || command == QLatin1String("apply");
+    return command == QLatin1String("check") || command == QLatin1String("apply") ||
+           command == QLatin1String("diff");
 }
 
 // Whether the options given fit the command; reports the first one that does not.
@@ -184,7 +200,9 @@ int validate(const CommandLine &line, const PolicyTool &tool)
     if (!takesFile && !takesModules && command != QLatin1String("list"))
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
-        return usageError(QStringLiteral("--only is for check and apply"));
+        return usageError(QStringLiteral("--only is for check, apply and diff"));
+    if (line.json && command != QLatin1String("diff"))
+        return usageError(QStringLiteral("--json is for diff"));
     if (line.dryRun && command != QLatin1String("apply"))
         return usageError(QStringLiteral("--dry-run is for apply"));
     if ((line.stat || line.full || line.colourGiven) && !line.dryRun) {
@@ -259,6 +277,8 @@ int runSandboxed(const CommandLine &line)
                                                 : line.sourceName);
         for (const QString &module : line.only)
             arguments << QStringLiteral("--only") << module;
+        if (line.json)
+            arguments << QStringLiteral("--json");
     } else {
         arguments << line.positional;
     }
@@ -300,6 +320,8 @@ int runHere(const CommandLine &line, PolicyTool &tool)
         return tool.exportPolicy(line.positional, line.output);
     if (line.command == QLatin1String("check"))
         return tool.check(line.positional.first(), line.only);
+    if (line.command == QLatin1String("diff"))
+        return tool.drift(line.positional.first(), line.only, line.json);
     return tool.apply(line.positional.first(), line.only);
 }
 

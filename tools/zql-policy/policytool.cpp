@@ -5,6 +5,7 @@
 #include "policychecker.h"
 #include "policyjson.h"
 #include "progressreporter.h"
+#include "settingscomparison.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -27,6 +28,99 @@ bool writeOut(const QByteArray &bytes)
 QString joined(const QStringList &names)
 {
     return names.join(QStringLiteral(", "));
+}
+
+QString machineText(const KeyDifference &difference)
+{
+    if (difference.onMachine)
+        return SettingsComparison::text(difference.machine);
+    if (difference.machine.is_null())
+        return QStringLiteral("(not set)");
+    return SettingsComparison::text(difference.machine) + QStringLiteral(" (not set: the default)");
+}
+
+// How one module of a policy compares with the machine.
+struct ModuleDrift
+{
+    QString name;
+    QString status; // one of the Drift* texts
+    QVector<KeyDifference> differences;
+};
+
+const QString DriftFollows = QStringLiteral("follows");
+const QString DriftDrifted = QStringLiteral("drifted");
+const QString DriftUnavailable = QStringLiteral("unavailable");
+const QString DriftUnreadable = QStringLiteral("unreadable");
+
+QByteArray driftText(const QString &source, const QVector<ModuleDrift> &modules)
+{
+    QString text;
+    QStringList drifted;
+    QStringList follows;
+    QStringList unavailable;
+    QStringList unreadable;
+    for (const ModuleDrift &module : modules) {
+        for (const KeyDifference &difference : module.differences) {
+            text += QStringLiteral("%1 %2: policy %3, machine %4\n")
+                        .arg(module.name, difference.key,
+                             SettingsComparison::text(difference.policy), machineText(difference));
+        }
+        if (module.status == DriftDrifted) {
+            const int count = module.differences.size();
+            drifted.append(QStringLiteral("%1 (%2 %3)")
+                               .arg(module.name)
+                               .arg(count)
+                               .arg(count == 1 ? QStringLiteral("key") : QStringLiteral("keys")));
+        } else if (module.status == DriftFollows) {
+            follows.append(module.name);
+        } else if (module.status == DriftUnavailable) {
+            text += QStringLiteral("%1: not available on this machine\n").arg(module.name);
+            unavailable.append(module.name);
+        } else {
+            text += QStringLiteral("%1: the settings could not be read\n").arg(module.name);
+            unreadable.append(module.name);
+        }
+    }
+    QStringList parts;
+    const auto part = [&parts](const char *label, const QStringList &names) {
+        if (!names.isEmpty())
+            parts.append(QLatin1String(label) + joined(names));
+    };
+    part("drifted: ", drifted);
+    part("follows: ", follows);
+    part("not available: ", unavailable);
+    part("unreadable: ", unreadable);
+    if (parts.isEmpty())
+        parts.append(QStringLiteral("no module"));
+    text += source + QStringLiteral(": ") + parts.join(QStringLiteral("; ")) + QLatin1Char('\n');
+    return text.toUtf8();
+}
+
+QByteArray driftJson(const QString &source, const QString &result,
+                     const QVector<ModuleDrift> &modules)
+{
+    Json document = Json::object();
+    document["policy"] = source.toStdString();
+    document["result"] = result.toStdString();
+    Json members = Json::object();
+    for (const ModuleDrift &module : modules) {
+        Json entry = Json::object();
+        entry["status"] = module.status.toStdString();
+        if (module.status == DriftDrifted || module.status == DriftFollows) {
+            Json differences = Json::array();
+            for (const KeyDifference &difference : module.differences) {
+                Json item = Json::object();
+                item["key"] = difference.key.toStdString();
+                item["policy"] = difference.policy;
+                item["machine"] = difference.machine;
+                differences.push_back(std::move(item));
+            }
+            entry["differences"] = std::move(differences);
+        }
+        members[module.name.toStdString()] = std::move(entry);
+    }
+    document["modules"] = std::move(members);
+    return PolicyJson::dump(document);
 }
 
 } // namespace
@@ -170,6 +264,66 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
         return writeOut(text) ? ExitSuccess : ExitFileError;
 
     return saveFile(outputFile, text) ? ExitSuccess : ExitFileError;
+}
+
+int PolicyTool::drift(const QString &policyFile, const QStringList &only, bool json)
+{
+    QByteArray text;
+    if (!readPolicy(policyFile, &text))
+        return ExitFileError;
+    const QString source = sourceName(policyFile);
+    PolicyDocument document;
+    QStringList problems;
+    if (!document.parse(text, m_registry.names(), &problems)) {
+        for (const QString &problem : qAsConst(problems))
+            Messages::report(QStringLiteral("%1: %2").arg(source, problem));
+        Messages::report(QStringLiteral("%1: refused").arg(source));
+        return ExitRefused;
+    }
+
+    QVector<ModuleDrift> modules;
+    {
+        // Standard output carries the report; notes the modules print go to standard error.
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
+        ProgressReporter progress;
+        for (const QString &name : m_registry.names()) {
+            const PolicyDocument::Section *section = document.section(name);
+            if (!section || (!only.isEmpty() && !only.contains(name)))
+                continue;
+            ModuleInterface *module = m_registry.module(name);
+            ModuleDrift drift{name, DriftUnavailable, {}};
+            if (module->isAvailable()) {
+                progress.start(QStringLiteral("reading %1").arg(name));
+                const SettingsReply reply = module->getSettings();
+                progress.finish();
+                if (reply.first != ModuleInterface::StatusSuccess) {
+                    drift.status = DriftUnreadable;
+                } else {
+                    drift.differences = SettingsComparison::differences(
+                        section->settings, reply.second, ModuleRegistry::defaultsWhenAbsent(name));
+                    drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
+                }
+            }
+            modules.append(drift);
+            DiagnosticRelay::endLines();
+        }
+    }
+    int status = ExitSuccess;
+    QString result = DriftFollows;
+    for (const ModuleDrift &module : qAsConst(modules)) {
+        if (module.status == DriftDrifted) {
+            status = ExitDrifted;
+            result = DriftDrifted;
+            break;
+        }
+        if (module.status != DriftFollows) {
+            status = ExitIncomplete;
+            result = QStringLiteral("incomplete");
+        }
+    }
+    const QByteArray report =
+        json ? driftJson(source, result, modules) : driftText(source, modules);
+    return writeOut(report) ? status : ExitFileError;
 }
 
 bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)

@@ -25,6 +25,8 @@ public:
         ExitUsage = 2,        ///< the command line was wrong
         ExitRefused = 3,      ///< the policy was refused by the check; nothing was applied
         ExitFileError = 4,    ///< the policy could not be read or the output not written
+        ExitDrifted = 1,      ///< diff: a key of the machine differs from the policy
+        ExitIncomplete = 5,   ///< diff: nothing differs, but a module could not be compared
     };
 
     explicit PolicyTool(const ModuleRegistry &registry);
@@ -46,6 +48,13 @@ public:
 
     /** Checks, then applies the policy in @p policyFile, limited to @p only. */
     int apply(const QString &policyFile, const QStringList &only);
+
+    /**
+     * Compares the policy in @p policyFile with the machine's live settings, module by module
+     * and key by key, limited to @p only; as text, or as a JSON document with @p json. Reads
+     * only: takes no lock and changes nothing.
+     */
+    int drift(const QString &policyFile, const QStringList &only, bool json);
 
     /**
      * Saves @p text as @p fileName, whole or not at all; a message names the file and the
