@@ -214,6 +214,7 @@ private Q_SLOTS:
     void getPrintsSettingsAndStatus();
     void getKeepsNotesOffStandardOutput();
     void exportThenApplyChangesNothing();
+    void exportAppliedBackChangesNoFile();
     void exportToFileAndStandardOutputAgree();
     void checkAcceptsExport();
     void checkReadsStandardInput();
@@ -242,6 +243,7 @@ private Q_SLOTS:
 private:
     QTemporaryDir m_dir;
     Snapshot m_snapshot;
+    Run m_exportAppliedBack;
     QString path(const char *name) const { return m_dir.filePath(QString::fromUtf8(name)); }
     QString path(const QString &name) const { return m_dir.filePath(name); }
 };
@@ -262,7 +264,10 @@ void ZqlPolicyTest::initTestCase()
     // tests start from there.
     const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("start.json")});
     QVERIFY2(exported.exitCode == 0, qPrintable(describe(exported)));
-    const Run applied = run({QStringLiteral("apply"), path("start.json")});
+    // The export applied back to the system as it was: checked in exportAppliedBackChangesNoFile.
+    m_exportAppliedBack = run({QStringLiteral("apply"), path("start.json"),
+                               QStringLiteral("--dry-run"), QStringLiteral("--full")});
+    const Run applied = run({QStringLiteral("apply"), path("start.json"), QStringLiteral("--all")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     m_snapshot = configuration();
 }
@@ -450,9 +455,21 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     QVERIFY(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"));
     QVERIFY(policy.contains("\"deny\": [true, 5]"));
 
+    // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(lastLine(applied.err),
+    QCOMPARE(applied.err,
+             QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                        "account-lockout, login-local, console-policy, system-parameters\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+
+    // --all writes every module; in the modules' own layout that changes no byte either.
+    const Run all = run({QStringLiteral("apply"), path("p.json"), QStringLiteral("--all")});
+    QVERIFY2(all.exitCode == 0, qPrintable(describe(all)));
+    QCOMPARE(lastLine(all.err),
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
@@ -463,6 +480,30 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     const Run again = run({QStringLiteral("export")});
     QCOMPARE(again.exitCode, 0);
     QCOMPARE(again.out, policy);
+}
+
+void ZqlPolicyTest::exportAppliedBackChangesNoFile()
+{
+    // On the simulated system as it came (tabs in login.defs and the profiles, cracklib's
+    // minlen=8) the run says there is nothing to do, and the only change is the simulated
+    // switch scripts' own log of the reads: no file of the system, no switch turned.
+    const Run &result = m_exportAppliedBack;
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    const QByteArray start = "zql-policy: " + path("start.json").toUtf8() +
+                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                             "account-lockout, login-local, console-policy, system-parameters\n"
+                             "zql-policy: dry run: nothing was changed; the apply would change:\n";
+    // The log is new or grew, depending on whether the export's reads were logged below.
+    QVERIFY2(result.err == start + "  A /var/lib/zql-sim/switches/calls.log\n" ||
+                 result.err == start + "  M /var/lib/zql-sim/switches/calls.log\n",
+             result.err.constData());
+    const int diffStart = result.out.indexOf("\n\ndiff --git ") + 2;
+    QVERIFY(diffStart > 1);
+    const QByteArray log = result.out.mid(diffStart);
+    QVERIFY2(log.startsWith("diff --git a/var/lib/zql-sim/switches/calls.log "), log.constData());
+    QVERIFY2(log.contains(" is-enabled\n") && !log.contains(" enable\n") &&
+                 !log.contains(" disable\n"),
+             log.constData());
 }
 
 void ZqlPolicyTest::exportToFileAndStandardOutputAgree()
@@ -650,7 +691,8 @@ void ZqlPolicyTest::failingApplyOnStockMachineWritesWholeLines()
                                 " \"login-local\": {\"login_state\": \"all\"},\n"
                                 " \"console-policy\": {\"console-tty-lock\": true},\n"
                                 " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
-    const Run result = run({QStringLiteral("apply"), path("stock.json")});
+    // --all: the modules' own writes only, without the reads that find what already follows.
+    const Run result = run({QStringLiteral("apply"), path("stock.json"), QStringLiteral("--all")});
     QCOMPARE(result.exitCode, 1);
     QCOMPARE(result.out, QByteArray());
     // The library's bytes as it writes them, each diagnostic's line ended before the next.
@@ -820,6 +862,14 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+
+    // The same policy applied twice: the second run has nothing to do.
+    const Run again = run({QStringLiteral("apply"), HardeningPolicy});
+    QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
+    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
+                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                            "account-lockout, login-local, console-policy, system-parameters\n");
+    QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
                           QStringLiteral("--only"), QStringLiteral("login-local")});

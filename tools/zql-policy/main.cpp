@@ -38,9 +38,10 @@ const char Usage[] =
     "  check FILE [--only MODULE]...\n"
     "                            check a policy document: unknown modules and keys, the\n"
     "                            modules' own restrictions, control characters; changes nothing\n"
-    "  apply FILE [--only MODULE]... [--dry-run [--stat|--full] [--color[=WHEN]]]\n"
-    "                            check, then apply the policy module by module; nothing is\n"
-    "                            applied when the check fails\n"
+    "  apply FILE [--only MODULE]... [--all] [--dry-run [--stat|--full] [--color[=WHEN]]]\n"
+    "                            check, then apply the policy module by module, leaving out\n"
+    "                            the modules that already follow it; nothing is applied when\n"
+    "                            the check fails\n"
     "  diff FILE [--only MODULE]... [--json]\n"
     "                            compare the policy with this machine's settings, module by\n"
     "                            module and key by key; changes nothing\n"
@@ -53,6 +54,8 @@ const char Usage[] =
     "  --only MODULE       check, apply or compare only MODULE; may be repeated (or\n"
     "                      MODULE,MODULE)\n"
     "  -o, --output FILE   export into FILE instead of standard output\n"
+    "  --all               with apply: apply every module, also those whose settings\n"
+    "                      already equal the policy's\n"
     "  --dry-run           apply in the sandbox, over a copy-on-write view of this machine's\n"
     "                      root; print a summary of every file the apply would change (the\n"
     "                      configuration files, then backups and tool state), then the unified\n"
@@ -92,6 +95,7 @@ struct CommandLine
     QString colour = QStringLiteral("auto");
     bool colourGiven = false;
     bool json = false;
+    bool all = false;
     bool help = false;
     bool version = false;
 };
@@ -145,6 +149,8 @@ int parse(const QStringList &args, CommandLine *line)
             line->version = true;
         } else if (arg == QLatin1String("--dry-run")) {
             line->dryRun = true;
+        } else if (arg == QLatin1String("--all")) {
+            line->all = true;
         } else if (arg == QLatin1String("--json")) {
             line->json = true;
         } else if (arg == QLatin1String("--stat")) {
@@ -201,6 +207,8 @@ int validate(const CommandLine &line, const PolicyTool &tool)
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
         return usageError(QStringLiteral("--only is for check, apply and diff"));
+    if (line.all && command != QLatin1String("apply"))
+        return usageError(QStringLiteral("--all is for apply"));
     if (line.json && command != QLatin1String("diff"))
         return usageError(QStringLiteral("--json is for diff"));
     if (line.dryRun && command != QLatin1String("apply"))
@@ -279,6 +287,8 @@ int runSandboxed(const CommandLine &line)
             arguments << QStringLiteral("--only") << module;
         if (line.json)
             arguments << QStringLiteral("--json");
+        if (line.all)
+            arguments << QStringLiteral("--all");
     } else {
         arguments << line.positional;
     }
@@ -322,7 +332,7 @@ int runHere(const CommandLine &line, PolicyTool &tool)
         return tool.check(line.positional.first(), line.only);
     if (line.command == QLatin1String("diff"))
         return tool.drift(line.positional.first(), line.only, line.json);
-    return tool.apply(line.positional.first(), line.only);
+    return tool.apply(line.positional.first(), line.only, line.all);
 }
 
 } // namespace

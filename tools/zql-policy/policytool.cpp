@@ -389,7 +389,19 @@ int PolicyTool::check(const QString &policyFile, const QStringList &only)
     return writeOut(verdict.toUtf8()) ? ExitSuccess : ExitFileError;
 }
 
-int PolicyTool::apply(const QString &policyFile, const QStringList &only)
+bool PolicyTool::followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
+                                ProgressReporter *progress) const
+{
+    progress->start(QStringLiteral("reading %1").arg(name));
+    const SettingsReply reply = m_registry.module(name)->getSettings();
+    progress->finish();
+    return reply.first == ModuleInterface::StatusSuccess &&
+           SettingsComparison::differences(settings, reply.second,
+                                           ModuleRegistry::defaultsWhenAbsent(name))
+               .isEmpty();
+}
+
+int PolicyTool::apply(const QString &policyFile, const QStringList &only, bool all)
 {
     PolicyDocument document;
     QStringList checked;
@@ -401,30 +413,43 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
 
     QStringList applied;
     QStringList failed;
+    QStringList unchanged;
     {
         DiagnosticRelay relay;
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!checked.contains(name))
                 continue;
+            const QHash<QString, QVariant> &settings = document.section(name)->settings;
+            // A module that already follows the policy is not written again: a rewrite could
+            // still change a file's layout, and tools would leave backups.
+            if (!all && followsAlready(name, settings, &progress)) {
+                unchanged.append(name);
+                DiagnosticRelay::endLines();
+                continue;
+            }
             ModuleInterface *module = m_registry.module(name);
             progress.start(QStringLiteral("applying %1").arg(name));
-            const bool moduleFailed = module->setSettings(document.section(name)->settings);
+            const bool moduleFailed = module->setSettings(settings);
             progress.finish();
             DiagnosticRelay::endLines();
             (moduleFailed ? failed : applied).append(name);
         }
     }
-    if (failed.isEmpty()) {
-        Messages::report(
-            QStringLiteral("%1: applied: %2")
-                .arg(source, applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
-        return ExitSuccess;
+    QStringList parts;
+    if (!failed.isEmpty())
+        parts.append(QStringLiteral("failed: ") + joined(failed));
+    if (!applied.isEmpty() || !failed.isEmpty()) {
+        parts.append(QStringLiteral("applied: ") +
+                     (applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
+    } else {
+        parts.append(unchanged.isEmpty() ? QStringLiteral("applied: no module")
+                                         : QStringLiteral("nothing to do"));
     }
-    Messages::report(QStringLiteral("%1: failed: %2; applied: %3")
-                         .arg(source, joined(failed),
-                              applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
-    return ExitModuleFailed;
+    if (!unchanged.isEmpty())
+        parts.append(QStringLiteral("unchanged: ") + joined(unchanged));
+    Messages::report(source + QStringLiteral(": ") + parts.join(QStringLiteral("; ")));
+    return failed.isEmpty() ? ExitSuccess : ExitModuleFailed;
 }
 
 } // namespace ZqlPolicy

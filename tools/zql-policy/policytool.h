@@ -10,6 +10,8 @@
 
 namespace ZqlPolicy {
 
+class ProgressReporter;
+
 /**
  * The commands of zql-policy on this machine's system (or, inside the sandbox, on the system
  * the sandbox shows). Messages of its own go to standard error as "zql-policy: ..."; the
@@ -46,8 +48,12 @@ public:
     /** Checks the policy in @p policyFile ("-": standard input), limited to @p only. */
     int check(const QString &policyFile, const QStringList &only);
 
-    /** Checks, then applies the policy in @p policyFile, limited to @p only. */
-    int apply(const QString &policyFile, const QStringList &only);
+    /**
+     * Checks, then applies the policy in @p policyFile, limited to @p only. A module whose
+     * live settings already equal the policy's (as drift() compares them) is left out and
+     * named as unchanged, unless @p all.
+     */
+    int apply(const QString &policyFile, const QStringList &only, bool all = false);
 
     /**
      * Compares the policy in @p policyFile with the machine's live settings, module by module
@@ -77,6 +83,9 @@ private:
     int checkedPolicy(const QString &policyFile, const QStringList &only, PolicyDocument *document,
                       QStringList *checked, const QString &refusal);
     QString sourceName(const QString &policyFile) const;
+    // Whether the live settings of @p name already equal @p settings; false if unreadable.
+    bool followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
+                        ProgressReporter *progress) const;
 
     const ModuleRegistry &m_registry;
     QString m_sourceName;
