@@ -215,6 +215,7 @@ private Q_SLOTS:
     void getKeepsNotesOffStandardOutput();
     void exportThenApplyChangesNothing();
     void exportAppliedBackChangesNoFile();
+    void exportSkipsUnreadableModules();
     void exportToFileAndStandardOutputAgree();
     void checkAcceptsExport();
     void checkReadsStandardInput();
@@ -504,6 +505,40 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     QVERIFY2(log.contains(" is-enabled\n") && !log.contains(" enable\n") &&
                  !log.contains(" disable\n"),
              log.constData());
+}
+
+void ZqlPolicyTest::exportSkipsUnreadableModules()
+{
+    QVERIFY(QFile::remove(TesselConf));
+    // By default an unreadable module refuses the export: nothing is written.
+    const Run refused = run({QStringLiteral("export"), QStringLiteral("-o"), path("part.json")});
+    QCOMPARE(refused.exitCode, 1);
+    QVERIFY(!QFileInfo::exists(path("part.json")));
+
+    const Run partial = run({QStringLiteral("export"), QStringLiteral("--skip-unreadable"),
+                             QStringLiteral("-o"), path("part.json")});
+    QVERIFY2(partial.exitCode == 0, qPrintable(describe(partial)));
+    QVERIFY2(partial.err.startsWith("login-local : "), partial.err.constData());
+    QVERIFY2(partial.err.endsWith("zql-policy: cannot read the settings of login-local; left out "
+                                  "and named in \"not-exported\"\n"),
+             partial.err.constData());
+    const QByteArray policy = ZqlTest::readBytes(path("part.json"));
+    QVERIFY2(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"
+                               "    \"not-exported\": [\"login-local\"],\n"),
+             policy.constData());
+    QVERIFY(!policy.contains("\"login-local\": {"));
+
+    // check and apply read it as a module left out, not as an empty section.
+    const Run checked = run({QStringLiteral("check"), path("part.json")});
+    QCOMPARE(checked.exitCode, 0);
+    QCOMPARE(checked.out, path("part.json").toUtf8() +
+                              ": accepted: user-creation-policy, password-policy, "
+                              "account-lockout, console-policy, system-parameters; not exported: "
+                              "login-local\n");
+    const Run applied = run({QStringLiteral("apply"), path("part.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QVERIFY(!QFileInfo::exists(TesselConf));
+    QVERIFY2(!applied.err.contains("login-local"), applied.err.constData());
 }
 
 void ZqlPolicyTest::exportToFileAndStandardOutputAgree()

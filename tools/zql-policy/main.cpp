@@ -32,7 +32,7 @@ const char Usage[] =
     "  list                      every module: its name key and whether it is available\n"
     "  get [MODULE]...           the current settings as JSON, with the status of each read\n"
     "                            (every available module when none is named)\n"
-    "  export [-o FILE] [MODULE]...\n"
+    "  export [-o FILE] [--skip-unreadable] [MODULE]...\n"
     "                            the policy document of the available modules (or of those\n"
     "                            named), on standard output or in FILE\n"
     "  check FILE [--only MODULE]...\n"
@@ -64,6 +64,8 @@ const char Usage[] =
     "  --full              with --dry-run: the diff of backups and tool state too\n"
     "  --color[=WHEN]      with --dry-run: colour the preview as git does; WHEN is auto (on a\n"
     "                      terminal, the default), always or never; --color alone is always\n"
+    "  --skip-unreadable   with export: leave out a module whose settings cannot be read,\n"
+    "                      name it on standard error and in the document as not exported\n"
     "  --json              with diff: the report as a JSON document\n"
     "  -h, --help          show this help\n"
     "  --version           show the version\n"
@@ -96,6 +98,7 @@ struct CommandLine
     bool colourGiven = false;
     bool json = false;
     bool all = false;
+    bool skipUnreadable = false;
     bool help = false;
     bool version = false;
 };
@@ -149,6 +152,8 @@ int parse(const QStringList &args, CommandLine *line)
             line->version = true;
         } else if (arg == QLatin1String("--dry-run")) {
             line->dryRun = true;
+        } else if (arg == QLatin1String("--skip-unreadable")) {
+            line->skipUnreadable = true;
         } else if (arg == QLatin1String("--all")) {
             line->all = true;
         } else if (arg == QLatin1String("--json")) {
@@ -207,6 +212,8 @@ int validate(const CommandLine &line, const PolicyTool &tool)
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
         return usageError(QStringLiteral("--only is for check, apply and diff"));
+    if (line.skipUnreadable && command != QLatin1String("export"))
+        return usageError(QStringLiteral("--skip-unreadable is for export"));
     if (line.all && command != QLatin1String("apply"))
         return usageError(QStringLiteral("--all is for apply"));
     if (line.json && command != QLatin1String("diff"))
@@ -291,6 +298,8 @@ int runSandboxed(const CommandLine &line)
             arguments << QStringLiteral("--all");
     } else {
         arguments << line.positional;
+        if (line.skipUnreadable)
+            arguments << QStringLiteral("--skip-unreadable");
     }
     const bool toFile = !line.output.isEmpty() && line.output != QLatin1String("-");
     run.setCaptureOutput(toFile);
@@ -327,7 +336,7 @@ int runHere(const CommandLine &line, PolicyTool &tool)
     if (line.command == QLatin1String("get"))
         return tool.get(line.positional);
     if (line.command == QLatin1String("export"))
-        return tool.exportPolicy(line.positional, line.output);
+        return tool.exportPolicy(line.positional, line.output, line.skipUnreadable);
     if (line.command == QLatin1String("check"))
         return tool.check(line.positional.first(), line.only);
     if (line.command == QLatin1String("diff"))

@@ -219,7 +219,8 @@ int PolicyTool::get(const QStringList &modules)
     return failed ? ExitModuleFailed : ExitSuccess;
 }
 
-int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFile)
+int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFile,
+                             bool skipUnreadable)
 {
     PolicyDocument document;
     QStringList failed;
@@ -249,10 +250,16 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
             DiagnosticRelay::endLines();
         }
     }
-    if (!failed.isEmpty()) {
+    if (!failed.isEmpty() && !skipUnreadable) {
         Messages::report(QStringLiteral("cannot read the settings of %1; nothing was exported")
                              .arg(joined(failed)));
         return ExitModuleFailed;
+    }
+    if (!failed.isEmpty()) {
+        Messages::report(QStringLiteral("cannot read the settings of %1; left out and named in "
+                                        "\"not-exported\"")
+                             .arg(joined(failed)));
+        document.setNotExported(failed);
     }
     QByteArray text;
     QString error;
@@ -383,9 +390,12 @@ int PolicyTool::check(const QString &policyFile, const QStringList &only)
     if (status != ExitSuccess)
         return status;
     const QString source = sourceName(policyFile);
-    const QString verdict =
-        QStringLiteral("%1: accepted: %2\n")
+    QString verdict =
+        QStringLiteral("%1: accepted: %2")
             .arg(source, checked.isEmpty() ? QStringLiteral("no module") : joined(checked));
+    if (!document.notExported().isEmpty())
+        verdict += QStringLiteral("; not exported: ") + joined(document.notExported());
+    verdict += QLatin1Char('\n');
     return writeOut(verdict.toUtf8()) ? ExitSuccess : ExitFileError;
 }
 

@@ -42,8 +42,13 @@ public:
     /** The current settings of @p modules (all available ones when empty) with each status. */
     int get(const QStringList &modules);
 
-    /** The policy of @p modules (all available ones when empty), to @p outputFile or stdout. */
-    int exportPolicy(const QStringList &modules, const QString &outputFile);
+    /**
+     * The policy of @p modules (all available ones when empty), to @p outputFile or stdout.
+     * A module that cannot be read makes it fail, or with @p skipUnreadable is left out and
+     * named on standard error and in the document as not exported.
+     */
+    int exportPolicy(const QStringList &modules, const QString &outputFile,
+                     bool skipUnreadable = false);
 
     /** Checks the policy in @p policyFile ("-": standard input), limited to @p only. */
     int check(const QString &policyFile, const QStringList &only);
