@@ -6,6 +6,7 @@
 #include "moduleregistry.h"
 #include "policytool.h"
 #include "sandboxedrun.h"
+#include "usage.h" // generated from usage.txt, as is the manual page
 
 #include <QCoreApplication>
 #include <QFile>
@@ -21,64 +22,6 @@ using ZqlPolicy::Messages;
 using ZqlPolicy::PolicyTool;
 
 namespace {
-
-const char Usage[] =
-    "Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"
-    "Export, check, preview and apply the security policy of this machine through the modules\n"
-    "of libzql-modules, and compare the machine with a policy. Needs root for everything but\n"
-    "list and --help.\n"
-    "\n"
-    "Commands:\n"
-    "  list                      every module: its name key and whether it is available\n"
-    "  get [MODULE]...           the current settings as JSON, with the status of each read\n"
-    "                            (every available module when none is named)\n"
-    "  export [-o FILE] [--skip-unreadable] [MODULE]...\n"
-    "                            the policy document of the available modules (or of those\n"
-    "                            named), on standard output or in FILE\n"
-    "  check FILE [--only MODULE]...\n"
-    "                            check a policy document: unknown modules and keys, the\n"
-    "                            modules' own restrictions, control characters; changes nothing\n"
-    "  apply FILE [--only MODULE]... [--all] [--dry-run [--stat|--full] [--color[=WHEN]]]\n"
-    "                            check, then apply the policy module by module, leaving out\n"
-    "                            the modules that already follow it; nothing is applied when\n"
-    "                            the check fails\n"
-    "  diff FILE [--only MODULE]... [--json]\n"
-    "                            compare the policy with this machine's settings, module by\n"
-    "                            module and key by key; changes nothing\n"
-    "FILE \"-\" is standard input.\n"
-    "\n"
-    "Options:\n"
-    "  --root-layer DIR    run the command in the system sandbox, over this machine's root with\n"
-    "                      the tree DIR laid on top (the simulated system: sim/layer); may be\n"
-    "                      repeated, later layers lie above earlier ones\n"
-    "  --only MODULE       check, apply or compare only MODULE; may be repeated (or\n"
-    "                      MODULE,MODULE)\n"
-    "  -o, --output FILE   export into FILE instead of standard output\n"
-    "  --all               with apply: apply every module, also those whose settings\n"
-    "                      already equal the policy's\n"
-    "  --dry-run           apply in the sandbox, over a copy-on-write view of this machine's\n"
-    "                      root; print a summary of every file the apply would change (the\n"
-    "                      configuration files, then backups and tool state), then the unified\n"
-    "                      diff of the configuration files; nothing on this machine changes\n"
-    "  --stat              with --dry-run: the summary only\n"
-    "  --full              with --dry-run: the diff of backups and tool state too\n"
-    "  --color[=WHEN]      with --dry-run: colour the preview as git does; WHEN is auto (on a\n"
-    "                      terminal, the default), always or never; --color alone is always\n"
-    "  --skip-unreadable   with export: leave out a module whose settings cannot be read,\n"
-    "                      name it on standard error and in the document as not exported\n"
-    "  --json              with diff: the report as a JSON document\n"
-    "  -h, --help          show this help\n"
-    "  --version           show the version\n"
-    "\n"
-    "Exit status:\n"
-    "  0    done; with diff: the machine follows the policy\n"
-    "  1    a module could not read or apply its settings; the last line on standard error\n"
-    "       names the modules that failed and those applied; with diff: a key drifted\n"
-    "  2    the command line is wrong\n"
-    "  3    the policy was refused by the check; nothing was applied\n"
-    "  4    the policy could not be read or the output could not be written\n"
-    "  5    diff: nothing differs, but a module was not available or could not be read\n"
-    "  125  the sandbox could not be set up or examined (--root-layer, --dry-run)\n";
 
 const QStringList ColourChoices = {QStringLiteral("auto"), QStringLiteral("always"),
                                    QStringLiteral("never")};
