@@ -837,6 +837,22 @@ void ZqlPolicyTest::dryRunPreviewMatchesTheApply()
     for (const QString &file : qAsConst(configurationFiles))
         QVERIFY2(ZqlTest::readBytes(copy + file) == ZqlTest::readBytes(after + file),
                  qPrintable(file));
+
+    // git apply takes it as well, outside any repository.
+    const QString gitCopy = path("git-copy");
+    for (const QString &file : qAsConst(configurationFiles)) {
+        QVERIFY(QDir().mkpath(QFileInfo(gitCopy + file).absolutePath()));
+        if (QFileInfo::exists(file))
+            QVERIFY(QFile::copy(file, gitCopy + file));
+    }
+    const ZqlTest::ToolRun gitApplied = ZqlTest::runTool(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"), QStringLiteral("cd \"$0\" && git apply -p1 -"), gitCopy}, 30000,
+        diff);
+    QVERIFY2(gitApplied.succeeded(), qPrintable(gitApplied.describe()));
+    for (const QString &file : qAsConst(configurationFiles))
+        QVERIFY2(ZqlTest::readBytes(gitCopy + file) == ZqlTest::readBytes(after + file),
+                 qPrintable(file));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 }
 
