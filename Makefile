@@ -6,7 +6,7 @@
 #                        platform suite
 #   make bench           the benchmarks, in the sandbox
 #   make demo            zql-policy on the simulated system in the sandbox: the modules, an
-#                        export, and a dry run of examples/hardening.json with its diff
+#                        export, the drift from examples/hardening.json and a dry run of it
 # The suite runs inside the system sandbox; afterwards the machine's real /etc is compared
 # with its state before the run, and any difference fails the run.
 

@@ -1,6 +1,7 @@
 #!/bin/sh
 # make demo: zql-policy on the simulated system, in the system sandbox. It shows the module
-# list, an export and a dry run of examples/hardening.json with the diff it would make.
+# list, an export, the drift of the machine from examples/hardening.json, and a dry run of that
+# policy: the summary of the files it would change and the diff of the configuration files.
 # Nothing on this machine changes.
 # Usage: examples/demo.sh BUILD_DIR
 set -eu
@@ -17,10 +18,16 @@ trap 'rm -rf "$work"' EXIT INT TERM
 
 run() {
     printf '\n$ zql-policy --root-layer sim/layer --root-layer TARGET-PAM %s\n' "$*"
-    "$zql_policy" --root-layer "$root/sim/layer" --root-layer "$work/target-pam" "$@"
+    status=0
+    "$zql_policy" --root-layer "$root/sim/layer" --root-layer "$work/target-pam" "$@" || status=$?
+    # diff exits 1 when the machine drifted from the policy, which is what the demo shows.
+    if [ "$status" -ne 0 ] && ! { [ "$1" = diff ] && [ "$status" -eq 1 ]; }; then
+        exit "$status"
+    fi
 }
 
 cd "$root"
 run list
 run export
+run diff examples/hardening.json
 run apply --dry-run examples/hardening.json

@@ -84,6 +84,7 @@ private Q_SLOTS:
     void toTextThenParse();
     void toTextRefused_data();
     void toTextRefused();
+    void notExported();
 };
 
 void PolicyDocumentTest::problems_data()
@@ -137,6 +138,18 @@ void PolicyDocumentTest::problems_data()
     QTest::newRow("version \"%1\"")
         << QByteArray("{\"format\": \"zql-policy\", \"version\": \"%1\"}")
         << QStringList{QStringLiteral("\"version\" is \"%1\"; this program reads version 1")};
+    QTest::newRow("not-exported is not a list")
+        << document("\"not-exported\": \"account-lockout\"")
+        << QStringList{QStringLiteral("\"not-exported\" must be a list of module names")};
+    QTest::newRow("not-exported names no module")
+        << document("\"not-exported\": [\"nosuch\", 3]")
+        << QStringList{
+               QStringLiteral("\"not-exported\" must be a list of module names, not \"nosuch\""),
+               QStringLiteral("\"not-exported\" must be a list of module names, not 3")};
+    QTest::newRow("not-exported and exported")
+        << document("\"not-exported\": [\"account-lockout\"], \"account-lockout\": {}")
+        << QStringList{
+               QStringLiteral("account-lockout is both exported and named in \"not-exported\"")};
     QTest::newRow("unknown module")
         << document("\"sudo-policy\": {}")
         << QStringList{unknownModule.arg(QStringLiteral("sudo-policy"))};
@@ -467,6 +480,33 @@ void PolicyDocumentTest::toTextRefused()
     QVERIFY(!policy.toText(&text, &message));
     QCOMPARE(message, error);
     QCOMPARE(text, QByteArray("before"));
+}
+
+void PolicyDocumentTest::notExported()
+{
+    PolicyDocument written;
+    written.addSection(QStringLiteral("account-lockout"), {{QStringLiteral("per_user"), true}});
+    written.setNotExported({QStringLiteral("password-policy")});
+    QByteArray text;
+    QString error;
+    QVERIFY(written.toText(&text, &error));
+    QCOMPARE(text, QByteArray("{\n"
+                              "    \"format\": \"zql-policy\",\n"
+                              "    \"version\": 1,\n"
+                              "    \"not-exported\": [\"password-policy\"],\n"
+                              "    \"account-lockout\": {\n"
+                              "        \"per_user\": true\n"
+                              "    }\n"
+                              "}\n"));
+
+    // Read back: a module left out, not an empty section.
+    PolicyDocument read;
+    QStringList problems;
+    QVERIFY(read.parse(text, KnownModules, &problems));
+    QCOMPARE(problems, QStringList());
+    QCOMPARE(read.notExported(), QStringList{QStringLiteral("password-policy")});
+    QCOMPARE(read.sections().size(), 1);
+    QVERIFY(!read.section(QStringLiteral("password-policy")));
 }
 
 QTEST_GUILESS_MAIN(PolicyDocumentTest)

@@ -23,8 +23,13 @@
 namespace {
 
 const QString Program = QStringLiteral(ZQL_POLICY);
+const QString SandboxProgram = QStringLiteral(ZQL_SANDBOX);
+const QString BuildDir = QStringLiteral(ZQL_BUILD_DIR);
+const QString HardeningPolicy = QStringLiteral(ZQL_SOURCE_DIR "/examples/hardening.json");
 const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
+const QString Monitor = QStringLiteral("/usr/sbin/lumo-security-monitor");
+const QString MonitorAway = Monitor + QStringLiteral(".away");
 
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
@@ -118,6 +123,75 @@ QByteArray lastLine(const QByteArray &text)
     return lines.isEmpty() ? QByteArray() : lines.last();
 }
 
+// One line of the preview's summary: " /etc/login.defs | 6 +++---".
+struct StatEntry
+{
+    QString path;
+    QByteArray count;
+};
+
+struct StatGroup
+{
+    QList<StatEntry> entries;
+    QByteArray totals;
+};
+
+// The summary's groups by heading, up to the blank line before the diff.
+QMap<QByteArray, StatGroup> statGroups(const QByteArray &preview)
+{
+    QMap<QByteArray, StatGroup> groups;
+    QByteArray heading;
+    const QList<QByteArray> lines = preview.split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.isEmpty())
+            break;
+        if (!line.startsWith(' ')) {
+            heading = line;
+        } else if (line.contains(" | ")) {
+            const int bar = line.indexOf(" | ");
+            groups[heading].entries.append({QString::fromUtf8(line.mid(1, bar - 1).trimmed()),
+                                            line.mid(bar + 3).trimmed().split(' ').first()});
+        } else {
+            groups[heading].totals = line;
+        }
+    }
+    return groups;
+}
+
+// GNU diff's count of added and removed lines between two files (a missing one is empty).
+void diffCounts(const QString &before, const QString &after, int *added, int *removed)
+{
+    const QString nothing = QStringLiteral("/dev/null");
+    const ZqlTest::ToolRun diff = ZqlTest::runTool(
+        QStringLiteral("diff"), {QStringLiteral("-u"), QFileInfo::exists(before) ? before : nothing,
+                                 QFileInfo::exists(after) ? after : nothing});
+    *added = 0;
+    *removed = 0;
+    const QList<QByteArray> lines = diff.standardOutput.split('\n');
+    for (int i = 2; i < lines.size(); ++i) {
+        if (lines.at(i).startsWith('+'))
+            ++*added;
+        else if (lines.at(i).startsWith('-'))
+            ++*removed;
+    }
+}
+
+QByteArray totalsLine(int files, int added, int removed)
+{
+    QByteArray line =
+        " " + QByteArray::number(files) + (files == 1 ? " file changed" : " files changed");
+    if (added > 0 || removed == 0)
+        line +=
+            ", " + QByteArray::number(added) + (added == 1 ? " insertion(+)" : " insertions(+)");
+    if (removed > 0 || added == 0)
+        line +=
+            ", " + QByteArray::number(removed) + (removed == 1 ? " deletion(-)" : " deletions(-)");
+    return line;
+}
+
+const QByteArray ConfigurationHeading = "Configuration files the policy changes:";
+const QByteArray StateHeading = "Backups and tool state (their diff: --full):";
+
 const QByteArray LoginAll = "{\"format\": \"zql-policy\", \"version\": 1,\n"
                             " \"login-local\": {\"login_state\": \"all\"}}\n";
 
@@ -140,6 +214,8 @@ private Q_SLOTS:
     void getPrintsSettingsAndStatus();
     void getKeepsNotesOffStandardOutput();
     void exportThenApplyChangesNothing();
+    void exportAppliedBackChangesNoFile();
+    void exportSkipsUnreadableModules();
     void exportToFileAndStandardOutputAgree();
     void checkAcceptsExport();
     void checkReadsStandardInput();
@@ -147,8 +223,14 @@ private Q_SLOTS:
     void refused();
     void applyOnlySelectedModules();
     void moduleFailureIsNamedInExitAndSummary();
+    void failingApplyOnStockMachineWritesWholeLines();
     void dryRunShowsDiffAndChangesNothing();
     void dryRunOfRefusedPolicyChangesNothing();
+    void dryRunPreviewMatchesTheApply();
+    void dryRunStatAndFull();
+    void driftAfterApplyingTheSamePolicy();
+    void driftOfOneChangedKey();
+    void driftOfUnreadableModule();
     void rootLayerRunsOnLayeredSystem();
     void rootLayerExportToFile();
     void unreadablePolicy_data();
@@ -157,10 +239,12 @@ private Q_SLOTS:
     void exportToUnwritablePlace();
     void progressOnTerminal();
     void noProgressWithoutTerminal();
+    void dryRunColourOnlyOnTerminal();
 
 private:
     QTemporaryDir m_dir;
     Snapshot m_snapshot;
+    Run m_exportAppliedBack;
     QString path(const char *name) const { return m_dir.filePath(QString::fromUtf8(name)); }
     QString path(const QString &name) const { return m_dir.filePath(name); }
 };
@@ -181,7 +265,10 @@ void ZqlPolicyTest::initTestCase()
     // tests start from there.
     const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("start.json")});
     QVERIFY2(exported.exitCode == 0, qPrintable(describe(exported)));
-    const Run applied = run({QStringLiteral("apply"), path("start.json")});
+    // The export applied back to the system as it was: checked in exportAppliedBackChangesNoFile.
+    m_exportAppliedBack = run({QStringLiteral("apply"), path("start.json"),
+                               QStringLiteral("--dry-run"), QStringLiteral("--full")});
+    const Run applied = run({QStringLiteral("apply"), path("start.json"), QStringLiteral("--all")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     m_snapshot = configuration();
 }
@@ -194,6 +281,8 @@ void ZqlPolicyTest::init()
 void ZqlPolicyTest::cleanup()
 {
     restore(m_snapshot);
+    if (QFileInfo::exists(MonitorAway))
+        QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
     QString error;
     if (QFileInfo(path("full")).isDir())
         ZqlTest::unmount(path("full"), &error); // mounted by exportToUnwritablePlace
@@ -205,7 +294,8 @@ void ZqlPolicyTest::help()
     QCOMPARE(result.exitCode, 0);
     QVERIFY(
         result.out.startsWith("Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"));
-    QVERIFY(result.out.contains("\nExit status:\n  0    done\n"));
+    QVERIFY(result.out.contains("\nExit status:\n  0    done; with diff: the machine follows the "
+                                "policy\n"));
     QVERIFY(
         result.out.contains("  3    the policy was refused by the check; nothing was applied\n"));
     QCOMPARE(result.err, QByteArray());
@@ -240,7 +330,7 @@ void ZqlPolicyTest::usageErrors_data()
                                          << QByteArray("list takes no arguments");
     QTest::newRow("--only on list")
         << QStringList{QStringLiteral("list"), QStringLiteral("--only"), QStringLiteral("audit")}
-        << QByteArray("--only is for check and apply");
+        << QByteArray("--only is for check, apply and diff");
     QTest::newRow("--only without name")
         << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only")}
         << QByteArray("--only needs a module name");
@@ -366,9 +456,21 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     QVERIFY(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"));
     QVERIFY(policy.contains("\"deny\": [true, 5]"));
 
+    // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(lastLine(applied.err),
+    QCOMPARE(applied.err,
+             QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                        "account-lockout, login-local, console-policy, system-parameters\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+
+    // --all writes every module; in the modules' own layout that changes no byte either.
+    const Run all = run({QStringLiteral("apply"), path("p.json"), QStringLiteral("--all")});
+    QVERIFY2(all.exitCode == 0, qPrintable(describe(all)));
+    QCOMPARE(lastLine(all.err),
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
@@ -379,6 +481,64 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     const Run again = run({QStringLiteral("export")});
     QCOMPARE(again.exitCode, 0);
     QCOMPARE(again.out, policy);
+}
+
+void ZqlPolicyTest::exportAppliedBackChangesNoFile()
+{
+    // On the simulated system as it came (tabs in login.defs and the profiles, cracklib's
+    // minlen=8) the run says there is nothing to do, and the only change is the simulated
+    // switch scripts' own log of the reads: no file of the system, no switch turned.
+    const Run &result = m_exportAppliedBack;
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    const QByteArray start = "zql-policy: " + path("start.json").toUtf8() +
+                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                             "account-lockout, login-local, console-policy, system-parameters\n"
+                             "zql-policy: dry run: nothing was changed; the apply would change:\n";
+    // The log is new or grew, depending on whether the export's reads were logged below.
+    QVERIFY2(result.err == start + "  A /var/lib/zql-sim/switches/calls.log\n" ||
+                 result.err == start + "  M /var/lib/zql-sim/switches/calls.log\n",
+             result.err.constData());
+    const int diffStart = result.out.indexOf("\n\ndiff --git ") + 2;
+    QVERIFY(diffStart > 1);
+    const QByteArray log = result.out.mid(diffStart);
+    QVERIFY2(log.startsWith("diff --git a/var/lib/zql-sim/switches/calls.log "), log.constData());
+    QVERIFY2(log.contains(" is-enabled\n") && !log.contains(" enable\n") &&
+                 !log.contains(" disable\n"),
+             log.constData());
+}
+
+void ZqlPolicyTest::exportSkipsUnreadableModules()
+{
+    QVERIFY(QFile::remove(TesselConf));
+    // By default an unreadable module refuses the export: nothing is written.
+    const Run refused = run({QStringLiteral("export"), QStringLiteral("-o"), path("part.json")});
+    QCOMPARE(refused.exitCode, 1);
+    QVERIFY(!QFileInfo::exists(path("part.json")));
+
+    const Run partial = run({QStringLiteral("export"), QStringLiteral("--skip-unreadable"),
+                             QStringLiteral("-o"), path("part.json")});
+    QVERIFY2(partial.exitCode == 0, qPrintable(describe(partial)));
+    QVERIFY2(partial.err.startsWith("login-local : "), partial.err.constData());
+    QVERIFY2(partial.err.endsWith("zql-policy: cannot read the settings of login-local; left out "
+                                  "and named in \"not-exported\"\n"),
+             partial.err.constData());
+    const QByteArray policy = ZqlTest::readBytes(path("part.json"));
+    QVERIFY2(policy.startsWith("{\n    \"format\": \"zql-policy\",\n    \"version\": 1,\n"
+                               "    \"not-exported\": [\"login-local\"],\n"),
+             policy.constData());
+    QVERIFY(!policy.contains("\"login-local\": {"));
+
+    // check and apply read it as a module left out, not as an empty section.
+    const Run checked = run({QStringLiteral("check"), path("part.json")});
+    QCOMPARE(checked.exitCode, 0);
+    QCOMPARE(checked.out, path("part.json").toUtf8() +
+                              ": accepted: user-creation-policy, password-policy, "
+                              "account-lockout, console-policy, system-parameters; not exported: "
+                              "login-local\n");
+    const Run applied = run({QStringLiteral("apply"), path("part.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QVERIFY(!QFileInfo::exists(TesselConf));
+    QVERIFY2(!applied.err.contains("login-local"), applied.err.constData());
 }
 
 void ZqlPolicyTest::exportToFileAndStandardOutputAgree()
@@ -555,13 +715,45 @@ void ZqlPolicyTest::moduleFailureIsNamedInExitAndSummary()
              QByteArray("enabled\n"));
 }
 
+void ZqlPolicyTest::failingApplyOnStockMachineWritesWholeLines()
+{
+    // As on a stock machine: no security monitor and no tessel.conf. Each switches module
+    // says so in a diagnostic that does not end its line.
+    QVERIFY(QFile::rename(Monitor, MonitorAway));
+    QVERIFY(QFile::remove(TesselConf));
+    QVERIFY(ZqlTest::writeBytes(path("stock.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1,\n"
+                                " \"login-local\": {\"login_state\": \"all\"},\n"
+                                " \"console-policy\": {\"console-tty-lock\": true},\n"
+                                " \"system-parameters\": {\"param-swap-wipe\": true}}\n"));
+    // --all: the modules' own writes only, without the reads that find what already follows.
+    const Run result = run({QStringLiteral("apply"), path("stock.json"), QStringLiteral("--all")});
+    QCOMPARE(result.exitCode, 1);
+    QCOMPARE(result.out, QByteArray());
+    // The library's bytes as it writes them, each diagnostic's line ended before the next.
+    const QByteArray monitorFailed = "Failed to load security options .\n"
+                                     "lumo-security-monitor finished with error:\n"
+                                     "execvp: No such file or directory";
+    QCOMPARE(result.err, monitorFailed + '\n' + monitorFailed + '\n' +
+                             "login-local : File '/etc/tessel/tessel.conf' not exist: \n"
+                             "zql-policy: " +
+                             path("stock.json").toUtf8() +
+                             ": failed: login-local; applied: console-policy, "
+                             "system-parameters\n");
+    QVERIFY(QFile::rename(MonitorAway, Monitor));
+}
+
 void ZqlPolicyTest::dryRunShowsDiffAndChangesNothing()
 {
     QVERIFY(ZqlTest::writeBytes(path("all.json"), LoginAll));
     const Run result =
         run({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")});
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.out, QByteArray("diff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf\n"
+    QCOMPARE(result.out, QByteArray("Configuration files the policy changes:\n"
+                                    " /etc/tessel/tessel.conf | 2 +-\n"
+                                    " 1 file changed, 1 insertion(+), 1 deletion(-)\n"
+                                    "\n"
+                                    "diff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf\n"
                                     "--- a/etc/tessel/tessel.conf\n"
                                     "+++ b/etc/tessel/tessel.conf\n"
                                     "@@ -6,6 +6,6 @@\n"
@@ -589,6 +781,222 @@ void ZqlPolicyTest::dryRunOfRefusedPolicyChangesNothing()
     QCOMPARE(result.out, QByteArray());
     QVERIFY2(result.err.endsWith(": refused; nothing was applied\n"), result.err.constData());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::dryRunPreviewMatchesTheApply()
+{
+    // The same apply, in a sandbox of its own that keeps what it wrote: the files after.
+    const QString after = path("after");
+    const ZqlTest::ToolRun kept = ZqlTest::runTool(
+        SandboxProgram,
+        {QStringLiteral("--share"), BuildDir, QStringLiteral("--keep"), after, QStringLiteral("--"),
+         Program, QStringLiteral("apply"), QStringLiteral("-")},
+        120000, ZqlTest::readBytes(HardeningPolicy));
+    QVERIFY2(kept.succeeded(), qPrintable(kept.describe()));
+
+    const Run result = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
+    const QMap<QByteArray, StatGroup> groups = statGroups(result.out);
+    QCOMPARE(groups.keys(), (QList<QByteArray>{StateHeading, ConfigurationHeading})); // by name
+
+    // Every count of the summary is GNU diff's, file by file and in each group's totals.
+    QStringList configurationFiles;
+    for (auto group = groups.begin(); group != groups.end(); ++group) {
+        int added = 0;
+        int removed = 0;
+        for (const StatEntry &entry : group.value().entries) {
+            int fileAdded = 0;
+            int fileRemoved = 0;
+            diffCounts(entry.path, after + entry.path, &fileAdded, &fileRemoved);
+            QVERIFY2(
+                entry.count == QByteArray::number(fileAdded + fileRemoved),
+                qPrintable(entry.path + QStringLiteral(": ") + QString::fromUtf8(entry.count)));
+            added += fileAdded;
+            removed += fileRemoved;
+            if (group.key() == ConfigurationHeading)
+                configurationFiles.append(entry.path);
+        }
+        QCOMPARE(group.value().totals, totalsLine(group.value().entries.size(), added, removed));
+    }
+    QVERIFY(configurationFiles.contains(QStringLiteral("/etc/login.defs")));
+    QVERIFY(configurationFiles.contains(QStringLiteral("/etc/pam.d/common-password")));
+
+    // The diff applies with patch to a copy of the configuration files and gives what the apply
+    // wrote.
+    const QString copy = path("copy");
+    for (const QString &file : qAsConst(configurationFiles)) {
+        QVERIFY(QDir().mkpath(QFileInfo(copy + file).absolutePath()));
+        if (QFileInfo::exists(file))
+            QVERIFY(QFile::copy(file, copy + file));
+    }
+    const QByteArray diff = result.out.mid(result.out.indexOf("\n\ndiff --git ") + 2);
+    const ZqlTest::ToolRun patched = ZqlTest::runTool(
+        QStringLiteral("patch"),
+        {QStringLiteral("-p1"), QStringLiteral("-d"), copy, QStringLiteral("-s")}, 30000, diff);
+    QVERIFY2(patched.succeeded(), qPrintable(patched.describe()));
+    for (const QString &file : qAsConst(configurationFiles))
+        QVERIFY2(ZqlTest::readBytes(copy + file) == ZqlTest::readBytes(after + file),
+                 qPrintable(file));
+
+    // git apply takes it as well, outside any repository.
+    const QString gitCopy = path("git-copy");
+    for (const QString &file : qAsConst(configurationFiles)) {
+        QVERIFY(QDir().mkpath(QFileInfo(gitCopy + file).absolutePath()));
+        if (QFileInfo::exists(file))
+            QVERIFY(QFile::copy(file, gitCopy + file));
+    }
+    const ZqlTest::ToolRun gitApplied = ZqlTest::runTool(
+        QStringLiteral("sh"),
+        {QStringLiteral("-c"), QStringLiteral("cd \"$0\" && git apply -p1 -"), gitCopy}, 30000,
+        diff);
+    QVERIFY2(gitApplied.succeeded(), qPrintable(gitApplied.describe()));
+    for (const QString &file : qAsConst(configurationFiles))
+        QVERIFY2(ZqlTest::readBytes(gitCopy + file) == ZqlTest::readBytes(after + file),
+                 qPrintable(file));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::dryRunStatAndFull()
+{
+    const Run plain = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY2(plain.exitCode == 0, qPrintable(describe(plain)));
+    const int diffStart = plain.out.indexOf("\n\ndiff --git ") + 1;
+    QVERIFY(diffStart > 0);
+    // The configuration diff only: no backup and no state below /var.
+    QVERIFY(!plain.out.mid(diffStart).contains(".bak b/"));
+    QVERIFY(!plain.out.mid(diffStart).contains(" a/var/"));
+
+    const Run stat = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                          QStringLiteral("--stat")});
+    QVERIFY2(stat.exitCode == 0, qPrintable(describe(stat)));
+    QCOMPARE(stat.out, plain.out.left(diffStart).replace(StateHeading, "Backups and tool state:"));
+
+    const Run full = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                          QStringLiteral("--full")});
+    QVERIFY2(full.exitCode == 0, qPrintable(describe(full)));
+    // Every backup and piece of state gets its block, after the summary that lists them.
+    const QList<StatEntry> state = statGroups(plain.out).value(StateHeading).entries;
+    QVERIFY(!state.isEmpty());
+    QVERIFY(full.out.startsWith(stat.out + '\n'));
+    for (const StatEntry &entry : state) {
+        const QByteArray header = "diff --git a" + entry.path.toUtf8() + " b" + entry.path.toUtf8();
+        QVERIFY2(full.out.contains(header + '\n'), header.constData());
+        QVERIFY2(!plain.out.contains(header + '\n'), header.constData());
+    }
+    // Piped output is plain whatever the environment.
+    QVERIFY(!full.out.contains('\033'));
+    const Run always = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                            QStringLiteral("--color=always")});
+    QVERIFY(always.out.contains("\033[1mdiff --git a/etc/login.defs b/etc/login.defs\033[m\n"));
+
+    const Run wrong = run({QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run"),
+                           QStringLiteral("--color=sometimes")});
+    QCOMPARE(wrong.exitCode, 2);
+    QCOMPARE(wrong.err, QByteArray("zql-policy: --color takes auto, always or never, not "
+                                   "\"sometimes\"\nTry 'zql-policy --help'.\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
+{
+    const Run applied = run({QStringLiteral("apply"), HardeningPolicy});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    const Snapshot afterApply = configuration();
+    QFile::remove(SwitchDir + QStringLiteral("/calls.log"));
+
+    const Run drift = run({QStringLiteral("diff"), HardeningPolicy});
+    QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
+    QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
+                            ": follows: user-creation-policy, password-policy, account-lockout, "
+                            "login-local, console-policy, system-parameters\n");
+    // Reading only: no file changed, no switch was turned.
+    QCOMPARE(differences(afterApply, configuration()), QString());
+    const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
+    QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
+
+    // The same policy applied twice: the second run has nothing to do.
+    const Run again = run({QStringLiteral("apply"), HardeningPolicy});
+    QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
+    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
+                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                            "account-lockout, login-local, console-policy, system-parameters\n");
+    QCOMPARE(differences(afterApply, configuration()), QString());
+
+    const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
+                          QStringLiteral("--only"), QStringLiteral("login-local")});
+    QCOMPARE(json.exitCode, 0);
+    QCOMPARE(json.out, "{\n"
+                       "    \"policy\": \"" +
+                           HardeningPolicy.toUtf8() +
+                           "\",\n"
+                           "    \"result\": \"follows\",\n"
+                           "    \"modules\": {\n"
+                           "        \"login-local\": {\n"
+                           "            \"status\": \"follows\",\n"
+                           "            \"differences\": []\n"
+                           "        }\n"
+                           "    }\n"
+                           "}\n");
+}
+
+void ZqlPolicyTest::driftOfOneChangedKey()
+{
+    // The tests start from an apply of start.json, the machine's own export.
+    const QString policy = path("start.json");
+    // One key changed by hand: who may log in locally.
+    QByteArray conf = ZqlTest::readBytes(TesselConf);
+    QVERIFY(conf.contains("\nlogin_local admin\n"));
+    QVERIFY(ZqlTest::writeBytes(TesselConf,
+                                conf.replace("\nlogin_local admin\n", "\nlogin_local all\n")));
+
+    const Run drift = run({QStringLiteral("diff"), policy});
+    QCOMPARE(drift.exitCode, 1);
+    const QByteArray expected =
+        QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
+        policy.toUtf8() +
+        ": drifted: login-local (1 key); follows: user-creation-policy, "
+        "password-policy, account-lockout, console-policy, "
+        "system-parameters\n";
+    QVERIFY2(drift.out == expected, drift.out.constData());
+
+    const Run json = run({QStringLiteral("diff"), policy, QStringLiteral("--json"),
+                          QStringLiteral("--only=login-local,account-lockout")});
+    QCOMPARE(json.exitCode, 1);
+    QCOMPARE(json.out, "{\n"
+                       "    \"policy\": \"" +
+                           policy.toUtf8() +
+                           "\",\n"
+                           "    \"result\": \"drifted\",\n"
+                           "    \"modules\": {\n"
+                           "        \"account-lockout\": {\n"
+                           "            \"status\": \"follows\",\n"
+                           "            \"differences\": []\n"
+                           "        },\n"
+                           "        \"login-local\": {\n"
+                           "            \"status\": \"drifted\",\n"
+                           "            \"differences\": [\n"
+                           "                {\n"
+                           "                    \"key\": \"login_state\",\n"
+                           "                    \"policy\": \"admin\",\n"
+                           "                    \"machine\": \"all\"\n"
+                           "                }\n"
+                           "            ]\n"
+                           "        }\n"
+                           "    }\n"
+                           "}\n");
+}
+
+void ZqlPolicyTest::driftOfUnreadableModule()
+{
+    QVERIFY(QFile::remove(TesselConf));
+    const Run drift = run({QStringLiteral("diff"), path("start.json"), QStringLiteral("--only"),
+                           QStringLiteral("login-local,account-lockout")});
+    // Not drift: the module could not be compared, and the status says so.
+    QCOMPARE(drift.exitCode, 5);
+    QCOMPARE(drift.out, "login-local: the settings could not be read\n" +
+                            path("start.json").toUtf8() +
+                            ": follows: account-lockout; unreadable: login-local\n");
+    QVERIFY2(drift.err.startsWith("login-local : "), drift.err.constData());
 }
 
 void ZqlPolicyTest::rootLayerRunsOnLayeredSystem()
@@ -777,6 +1185,31 @@ void ZqlPolicyTest::noProgressWithoutTerminal()
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.err, QByteArray("zql-policy: " + path("slow.json").toUtf8() +
                                     ": applied: console-policy\n"));
+}
+
+void ZqlPolicyTest::dryRunColourOnlyOnTerminal()
+{
+    QVERIFY(ZqlTest::writeBytes(path("all.json"), LoginAll));
+    int exitCode = -1;
+    const QByteArray shown = runOnTerminal(
+        {QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run")}, &exitCode);
+    QCOMPARE(exitCode, 0);
+    // git's colours; the terminal turns each line feed into CR LF.
+    QVERIFY2(shown.contains(" /etc/tessel/tessel.conf | 2 \033[32m+\033[m\033[31m-\033[m\r\n"),
+             shown.constData());
+    QVERIFY2(shown.contains("\033[1mdiff --git a/etc/tessel/tessel.conf b/etc/tessel/tessel.conf"
+                            "\033[m\r\n"),
+             shown.constData());
+    QVERIFY(shown.contains("\033[36m@@ -6,6 +6,6 @@\033[m\r\n"));
+    QVERIFY(shown.contains("\033[31m-login_local admin\033[m\r\n"));
+    QVERIFY(shown.contains("\033[32m+login_local all\033[m\r\n"));
+
+    const QByteArray plain =
+        runOnTerminal({QStringLiteral("apply"), path("all.json"), QStringLiteral("--dry-run"),
+                       QStringLiteral("--color=never")},
+                      &exitCode);
+    QCOMPARE(exitCode, 0);
+    QVERIFY2(plain.contains("+login_local all\r\n") && !plain.contains('\033'), plain.constData());
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ZqlPolicyTest)

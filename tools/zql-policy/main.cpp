@@ -1,10 +1,12 @@
 // zql-policy: exports, checks, previews and applies a whole security policy through the modules
 // of libzql-modules. docs/zql-policy.md describes the commands and docs/policy-format.md the
 // policy document.
+#include "dryrunpreview.h"
 #include "messages.h"
 #include "moduleregistry.h"
 #include "policytool.h"
 #include "sandboxedrun.h"
+#include "usage.h" // generated from usage.txt, as is the manual page
 
 #include <QCoreApplication>
 #include <QFile>
@@ -21,46 +23,8 @@ using ZqlPolicy::PolicyTool;
 
 namespace {
 
-const char Usage[] =
-    "Usage: zql-policy [--root-layer DIR]... COMMAND [ARGUMENT]...\n"
-    "Export, check, preview and apply the security policy of this machine through the modules\n"
-    "of libzql-modules. Needs root for everything but list and --help.\n"
-    "\n"
-    "Commands:\n"
-    "  list                      every module: its name key and whether it is available\n"
-    "  get [MODULE]...           the current settings as JSON, with the status of each read\n"
-    "                            (every available module when none is named)\n"
-    "  export [-o FILE] [MODULE]...\n"
-    "                            the policy document of the available modules (or of those\n"
-    "                            named), on standard output or in FILE\n"
-    "  check FILE [--only MODULE]...\n"
-    "                            check a policy document: unknown modules and keys, the\n"
-    "                            modules' own restrictions, control characters; changes nothing\n"
-    "  apply FILE [--only MODULE]... [--dry-run]\n"
-    "                            check, then apply the policy module by module; nothing is\n"
-    "                            applied when the check fails\n"
-    "FILE \"-\" is standard input.\n"
-    "\n"
-    "Options:\n"
-    "  --root-layer DIR    run the command in the system sandbox, over this machine's root with\n"
-    "                      the tree DIR laid on top (the simulated system: sim/layer); may be\n"
-    "                      repeated, later layers lie above earlier ones\n"
-    "  --only MODULE       check and apply only MODULE; may be repeated (or MODULE,MODULE)\n"
-    "  -o, --output FILE   export into FILE instead of standard output\n"
-    "  --dry-run           apply in the sandbox, over a copy-on-write view of this machine's\n"
-    "                      root, and print a unified diff of every file the apply would\n"
-    "                      change; nothing on this machine changes\n"
-    "  -h, --help          show this help\n"
-    "  --version           show the version\n"
-    "\n"
-    "Exit status:\n"
-    "  0    done\n"
-    "  1    a module could not read or apply its settings; the last line on standard error\n"
-    "       names the modules that failed and those applied\n"
-    "  2    the command line is wrong\n"
-    "  3    the policy was refused by the check; nothing was applied\n"
-    "  4    the policy could not be read or the output could not be written\n"
-    "  125  the sandbox could not be set up or examined (--root-layer, --dry-run)\n";
+const QStringList ColourChoices = {QStringLiteral("auto"), QStringLiteral("always"),
+                                   QStringLiteral("never")};
 
 struct CommandLine
 {
@@ -71,6 +35,13 @@ struct CommandLine
     QString output;
     QString sourceName;
     bool dryRun = false;
+    bool stat = false;
+    bool full = false;
+    QString colour = QStringLiteral("auto");
+    bool colourGiven = false;
+    bool json = false;
+    bool all = false;
+    bool skipUnreadable = false;
     bool help = false;
     bool version = false;
 };
@@ -124,6 +95,23 @@ int parse(const QStringList &args, CommandLine *line)
             line->version = true;
         } else if (arg == QLatin1String("--dry-run")) {
             line->dryRun = true;
+        } else if (arg == QLatin1String("--skip-unreadable")) {
+            line->skipUnreadable = true;
+        } else if (arg == QLatin1String("--all")) {
+            line->all = true;
+        } else if (arg == QLatin1String("--json")) {
+            line->json = true;
+        } else if (arg == QLatin1String("--stat")) {
+            line->stat = true;
+        } else if (arg == QLatin1String("--full")) {
+            line->full = true;
+        } else if (arg == QLatin1String("--color") || arg.startsWith(QLatin1String("--color="))) {
+            line->colour = arg.contains(QLatin1Char('=')) ? arg.section(QLatin1Char('='), 1)
+                                                          : QStringLiteral("always");
+            if (!ColourChoices.contains(line->colour))
+                return usageError(QStringLiteral("--color takes auto, always or never, not \"%1\"")
+                                      .arg(line->colour));
+            line->colourGiven = true;
         } else if (optionValue(args, i, {QStringLiteral("--root-layer")}, &value, &missing)) {
             if (missing || value.isEmpty())
                 return usageError(QStringLiteral("--root-layer needs a directory"));
@@ -151,7 +139,8 @@ int parse(const QStringList &args, CommandLine *line)
 
 bool takesPolicyFile(const QString &command)
 {
-    return command == QLatin1String("check") || command == QLatin1String("apply");
+    return command == QLatin1String("check") || command == QLatin1String("apply") ||
+           command == QLatin1String("diff");
 }
 
 // Whether the options given fit the command; reports the first one that does not.
@@ -165,9 +154,23 @@ int validate(const CommandLine &line, const PolicyTool &tool)
     if (!takesFile && !takesModules && command != QLatin1String("list"))
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
-        return usageError(QStringLiteral("--only is for check and apply"));
+        return usageError(QStringLiteral("--only is for check, apply and diff"));
+    if (line.skipUnreadable && command != QLatin1String("export"))
+        return usageError(QStringLiteral("--skip-unreadable is for export"));
+    if (line.all && command != QLatin1String("apply"))
+        return usageError(QStringLiteral("--all is for apply"));
+    if (line.json && command != QLatin1String("diff"))
+        return usageError(QStringLiteral("--json is for diff"));
     if (line.dryRun && command != QLatin1String("apply"))
         return usageError(QStringLiteral("--dry-run is for apply"));
+    if ((line.stat || line.full || line.colourGiven) && !line.dryRun) {
+        const QString option =
+            line.stat ? QStringLiteral("--stat")
+                      : (line.full ? QStringLiteral("--full") : QStringLiteral("--color"));
+        return usageError(QStringLiteral("%1 is for apply --dry-run").arg(option));
+    }
+    if (line.stat && line.full)
+        return usageError(QStringLiteral("--stat and --full exclude each other"));
     if (!line.output.isEmpty() && command != QLatin1String("export"))
         return usageError(QStringLiteral("--output is for export"));
     if (command == QLatin1String("list") && !line.positional.isEmpty())
@@ -180,6 +183,33 @@ int validate(const CommandLine &line, const PolicyTool &tool)
                               .arg(unknown.first(), tool.moduleNames().join(QStringLiteral(", "))));
     }
     return -1;
+}
+
+// Colour as git decides it: auto means a terminal that is not "dumb".
+bool useColour(const QString &choice)
+{
+    if (choice == QLatin1String("always"))
+        return true;
+    if (choice == QLatin1String("never"))
+        return false;
+    return ::isatty(STDOUT_FILENO) == 1 && qgetenv("TERM") != "dumb";
+}
+
+// The dry run's preview on standard output.
+bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &files)
+{
+    using ZqlPolicy::DryRunPreview;
+    const DryRunPreview::Detail detail =
+        line.stat
+            ? DryRunPreview::Detail::Summary
+            : (line.full ? DryRunPreview::Detail::Full : DryRunPreview::Detail::Configuration);
+    const QByteArray text = DryRunPreview::render(files, detail, useColour(line.colour));
+    const size_t size = static_cast<size_t>(text.size());
+    if (std::fwrite(text.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
+        return true;
+    Messages::report(QStringLiteral("cannot write the preview: %1")
+                         .arg(QString::fromLocal8Bit(std::strerror(errno))));
+    return false;
 }
 
 // The command once more, in the sandbox: over the layers given, or for a dry run.
@@ -205,8 +235,14 @@ int runSandboxed(const CommandLine &line)
                                                 : line.sourceName);
         for (const QString &module : line.only)
             arguments << QStringLiteral("--only") << module;
+        if (line.json)
+            arguments << QStringLiteral("--json");
+        if (line.all)
+            arguments << QStringLiteral("--all");
     } else {
         arguments << line.positional;
+        if (line.skipUnreadable)
+            arguments << QStringLiteral("--skip-unreadable");
     }
     const bool toFile = !line.output.isEmpty() && line.output != QLatin1String("-");
     run.setCaptureOutput(toFile);
@@ -220,6 +256,8 @@ int runSandboxed(const CommandLine &line)
         return PolicyTool::ExitFileError;
     if (line.dryRun &&
         (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
+        if (!writePreview(line, run.fileDiffs()))
+            return PolicyTool::ExitFileError;
         const QStringList changes = run.changes();
         if (changes.isEmpty()) {
             Messages::report(QStringLiteral("dry run: no file would change; nothing was changed"));
@@ -241,10 +279,12 @@ int runHere(const CommandLine &line, PolicyTool &tool)
     if (line.command == QLatin1String("get"))
         return tool.get(line.positional);
     if (line.command == QLatin1String("export"))
-        return tool.exportPolicy(line.positional, line.output);
+        return tool.exportPolicy(line.positional, line.output, line.skipUnreadable);
     if (line.command == QLatin1String("check"))
         return tool.check(line.positional.first(), line.only);
-    return tool.apply(line.positional.first(), line.only);
+    if (line.command == QLatin1String("diff"))
+        return tool.drift(line.positional.first(), line.only, line.json);
+    return tool.apply(line.positional.first(), line.only, line.all);
 }
 
 } // namespace

@@ -6,8 +6,8 @@
 namespace ZqlPolicy {
 
 /**
- * zql-policy's own lines on a terminal or in a log. Each line goes out in one write(2), so it
- * never splits a line of the library's diagnostics, whichever thread writes it.
+ * zql-policy's own lines on a terminal or in a log. Each line goes out whole, after a line of
+ * the library's diagnostics left open was ended (DiagnosticRelay), whichever thread writes it.
  */
 class Messages
 {

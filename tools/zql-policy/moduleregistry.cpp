@@ -66,4 +66,18 @@ QStringList ModuleRegistry::names() const
     return m_names;
 }
 
+QHash<QString, QVariant> ModuleRegistry::defaultsWhenAbsent(const QString &name)
+{
+    // adduser's own defaults: the module leaves a key out of /etc/adduser.conf when the policy
+    // gives it this value, and reads nothing back for it.
+    if (name == QLatin1String("user-creation-policy")) {
+        return {{QStringLiteral("DHOME"), QStringLiteral("/home")},
+                {QStringLiteral("SKEL"), QStringLiteral("/etc/skel")},
+                {QStringLiteral("DSHELL"), QStringLiteral("/bin/bash")},
+                {QStringLiteral("USERGROUPS"), QStringLiteral("yes")},
+                {QStringLiteral("USERS_GID"), 100}};
+    }
+    return {};
+}
+
 } // namespace ZqlPolicy

@@ -3,8 +3,10 @@
 
 #include <zql-modules/moduleinterface.h>
 
+#include <QHash>
 #include <QString>
 #include <QStringList>
+#include <QVariant>
 
 #include <functional>
 #include <memory>
@@ -52,6 +54,12 @@ public:
 
     /** The name keys in apply order. */
     QStringList names() const;
+
+    /**
+     * What a key means when the module @p name leaves it out of its settings: the tool's own
+     * default, which the module does not write (drift and apply compare with it).
+     */
+    static QHash<QString, QVariant> defaultsWhenAbsent(const QString &name);
 
 private:
     QStringList m_names;

@@ -1,5 +1,7 @@
 #include "policychecker.h"
 
+#include "diagnosticrelay.h"
+
 #include "policyjson.h"
 
 #include <QJsonArray>
@@ -155,6 +157,7 @@ bool PolicyChecker::check(const PolicyDocument &document, const QStringList &sel
         if (!section || (!selection.isEmpty() && !selection.contains(name)))
             continue;
         checked->append(name);
+        DiagnosticRelay::endLines(); // the module before may have left a line open
         ModuleInterface *module = m_registry.module(name);
         if (!module->isAvailable()) {
             problems->append(QStringLiteral("%1: the module is not available on this machine "

@@ -10,6 +10,7 @@ namespace {
 
 const char FormatKey[] = "format";
 const char VersionKey[] = "version";
+const char NotExportedKey[] = "not-exported";
 
 QString fromUtf8(const std::string &text)
 {
@@ -22,6 +23,7 @@ bool PolicyDocument::parse(const QByteArray &text, const QStringList &knownModul
                            QStringList *problems)
 {
     m_sections.clear();
+    m_notExported.clear();
     const int problemsBefore = problems->size();
     Json json;
     QString error;
@@ -51,10 +53,35 @@ bool PolicyDocument::parse(const QByteArray &text, const QStringList &knownModul
                              .arg(fromUtf8(version->dump()), QString::number(Version)));
     }
 
+    QStringList notExported;
+    const auto skipped = json.find(NotExportedKey);
+    if (skipped != json.end()) {
+        const QString problem = QStringLiteral("\"%1\" must be a list of module names")
+                                    .arg(QLatin1String(NotExportedKey));
+        if (!skipped->is_array()) {
+            problems->append(problem);
+        } else {
+            for (const Json &name : *skipped) {
+                const QString module =
+                    name.is_string() ? fromUtf8(name.get<std::string>()) : QString();
+                if (!knownModules.contains(module)) {
+                    problems->append(problem +
+                                     QStringLiteral(", not %1").arg(fromUtf8(name.dump())));
+                } else if (json.contains(name.get<std::string>())) {
+                    problems->append(QStringLiteral("%1 is both exported and named in \"%2\"")
+                                         .arg(module, QLatin1String(NotExportedKey)));
+                } else {
+                    notExported.append(module);
+                }
+            }
+        }
+    }
+
     QVector<Section> sections;
     for (auto member = json.begin(); member != json.end(); ++member) {
         const QString key = fromUtf8(member.key());
-        if (member.key() == FormatKey || member.key() == VersionKey)
+        if (member.key() == FormatKey || member.key() == VersionKey ||
+            member.key() == NotExportedKey)
             continue;
         if (!knownModules.contains(key)) {
             problems->append(
@@ -76,6 +103,7 @@ bool PolicyDocument::parse(const QByteArray &text, const QStringList &knownModul
     if (problems->size() != problemsBefore)
         return false;
     m_sections = sections;
+    m_notExported = notExported;
     return true;
 }
 
@@ -98,11 +126,27 @@ const PolicyDocument::Section *PolicyDocument::section(const QString &module) co
     return nullptr;
 }
 
+void PolicyDocument::setNotExported(const QStringList &modules)
+{
+    m_notExported = modules;
+}
+
+QStringList PolicyDocument::notExported() const
+{
+    return m_notExported;
+}
+
 bool PolicyDocument::toText(QByteArray *text, QString *error) const
 {
     Json json = Json::object();
     json[FormatKey] = FormatName.toStdString();
     json[VersionKey] = Version;
+    if (!m_notExported.isEmpty()) {
+        Json names = Json::array();
+        for (const QString &module : m_notExported)
+            names.push_back(module.toStdString());
+        json[NotExportedKey] = std::move(names);
+    }
     for (const Section &section : m_sections) {
         Json settings;
         if (!PolicyJson::toJson(QVariant(section.settings), settings, error)) {

@@ -46,6 +46,16 @@ public:
     const Section *section(const QString &module) const;
 
     /**
+     * Names @p modules as not exported (their settings could not be read): the document's
+     * "not-exported" member, which check and apply read as modules left out, never as empty
+     * sections.
+     */
+    void setNotExported(const QStringList &modules);
+
+    /** The modules the document names as not exported. */
+    QStringList notExported() const;
+
+    /**
      * The text of the document, sections in the order added, keys of each section sorted.
      * Returns false with @p error naming the module and key of a value JSON cannot hold.
      */
@@ -53,6 +63,7 @@ public:
 
 private:
     QVector<Section> m_sections;
+    QStringList m_notExported;
 };
 
 } // namespace ZqlPolicy

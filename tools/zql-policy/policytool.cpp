@@ -1,10 +1,11 @@
 #include "policytool.h"
 
+#include "diagnosticrelay.h"
 #include "messages.h"
 #include "policychecker.h"
 #include "policyjson.h"
 #include "progressreporter.h"
-#include "streamredirection.h"
+#include "settingscomparison.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -27,6 +28,99 @@ bool writeOut(const QByteArray &bytes)
 QString joined(const QStringList &names)
 {
     return names.join(QStringLiteral(", "));
+}
+
+QString machineText(const KeyDifference &difference)
+{
+    if (difference.onMachine)
+        return SettingsComparison::text(difference.machine);
+    if (difference.machine.is_null())
+        return QStringLiteral("(not set)");
+    return SettingsComparison::text(difference.machine) + QStringLiteral(" (not set: the default)");
+}
+
+// How one module of a policy compares with the machine.
+struct ModuleDrift
+{
+    QString name;
+    QString status; // one of the Drift* texts
+    QVector<KeyDifference> differences;
+};
+
+const QString DriftFollows = QStringLiteral("follows");
+const QString DriftDrifted = QStringLiteral("drifted");
+const QString DriftUnavailable = QStringLiteral("unavailable");
+const QString DriftUnreadable = QStringLiteral("unreadable");
+
+QByteArray driftText(const QString &source, const QVector<ModuleDrift> &modules)
+{
+    QString text;
+    QStringList drifted;
+    QStringList follows;
+    QStringList unavailable;
+    QStringList unreadable;
+    for (const ModuleDrift &module : modules) {
+        for (const KeyDifference &difference : module.differences) {
+            text += QStringLiteral("%1 %2: policy %3, machine %4\n")
+                        .arg(module.name, difference.key,
+                             SettingsComparison::text(difference.policy), machineText(difference));
+        }
+        if (module.status == DriftDrifted) {
+            const int count = module.differences.size();
+            drifted.append(QStringLiteral("%1 (%2 %3)")
+                               .arg(module.name)
+                               .arg(count)
+                               .arg(count == 1 ? QStringLiteral("key") : QStringLiteral("keys")));
+        } else if (module.status == DriftFollows) {
+            follows.append(module.name);
+        } else if (module.status == DriftUnavailable) {
+            text += QStringLiteral("%1: not available on this machine\n").arg(module.name);
+            unavailable.append(module.name);
+        } else {
+            text += QStringLiteral("%1: the settings could not be read\n").arg(module.name);
+            unreadable.append(module.name);
+        }
+    }
+    QStringList parts;
+    const auto part = [&parts](const char *label, const QStringList &names) {
+        if (!names.isEmpty())
+            parts.append(QLatin1String(label) + joined(names));
+    };
+    part("drifted: ", drifted);
+    part("follows: ", follows);
+    part("not available: ", unavailable);
+    part("unreadable: ", unreadable);
+    if (parts.isEmpty())
+        parts.append(QStringLiteral("no module"));
+    text += source + QStringLiteral(": ") + parts.join(QStringLiteral("; ")) + QLatin1Char('\n');
+    return text.toUtf8();
+}
+
+QByteArray driftJson(const QString &source, const QString &result,
+                     const QVector<ModuleDrift> &modules)
+{
+    Json document = Json::object();
+    document["policy"] = source.toStdString();
+    document["result"] = result.toStdString();
+    Json members = Json::object();
+    for (const ModuleDrift &module : modules) {
+        Json entry = Json::object();
+        entry["status"] = module.status.toStdString();
+        if (module.status == DriftDrifted || module.status == DriftFollows) {
+            Json differences = Json::array();
+            for (const KeyDifference &difference : module.differences) {
+                Json item = Json::object();
+                item["key"] = difference.key.toStdString();
+                item["policy"] = difference.policy;
+                item["machine"] = difference.machine;
+                differences.push_back(std::move(item));
+            }
+            entry["differences"] = std::move(differences);
+        }
+        members[module.name.toStdString()] = std::move(entry);
+    }
+    document["modules"] = std::move(members);
+    return PolicyJson::dump(document);
 }
 
 } // namespace
@@ -68,12 +162,17 @@ QStringList PolicyTool::unknownModules(const QStringList &modules) const
 int PolicyTool::list()
 {
     QByteArray text;
-    for (ModuleInterface *module : m_registry.modules()) {
-        const QString line = QStringLiteral("%1 %2\n")
-                                 .arg(module->getName(), -22)
-                                 .arg(module->isAvailable() ? QStringLiteral("available")
-                                                            : QStringLiteral("not available"));
-        text += line.toUtf8();
+    {
+        DiagnosticRelay relay;
+        for (const QString &name : m_registry.names()) {
+            ModuleInterface *module = m_registry.module(name);
+            const QString line = QStringLiteral("%1 %2\n")
+                                     .arg(module->getName(), -22)
+                                     .arg(module->isAvailable() ? QStringLiteral("available")
+                                                                : QStringLiteral("not available"));
+            text += line.toUtf8();
+            DiagnosticRelay::endLines();
+        }
     }
     return writeOut(text) ? ExitSuccess : ExitFileError;
 }
@@ -84,7 +183,7 @@ int PolicyTool::get(const QStringList &modules)
     bool failed = false;
     {
         // The JSON owns standard output; notes the modules print go to standard error.
-        StreamRedirection notes(2, 1);
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!modules.isEmpty() && !modules.contains(name))
@@ -112,6 +211,7 @@ int PolicyTool::get(const QStringList &modules)
                 failed = failed || status != ModuleInterface::StatusSuccess;
             }
             result[name.toStdString()] = std::move(entry);
+            DiagnosticRelay::endLines();
         }
     }
     if (!writeOut(PolicyJson::dump(result)))
@@ -119,12 +219,13 @@ int PolicyTool::get(const QStringList &modules)
     return failed ? ExitModuleFailed : ExitSuccess;
 }
 
-int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFile)
+int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFile,
+                             bool skipUnreadable)
 {
     PolicyDocument document;
     QStringList failed;
     {
-        StreamRedirection notes(2, 1);
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!modules.isEmpty() && !modules.contains(name))
@@ -146,12 +247,19 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
                 failed.append(name);
             else
                 document.addSection(name, reply.second);
+            DiagnosticRelay::endLines();
         }
     }
-    if (!failed.isEmpty()) {
+    if (!failed.isEmpty() && !skipUnreadable) {
         Messages::report(QStringLiteral("cannot read the settings of %1; nothing was exported")
                              .arg(joined(failed)));
         return ExitModuleFailed;
+    }
+    if (!failed.isEmpty()) {
+        Messages::report(QStringLiteral("cannot read the settings of %1; left out and named in "
+                                        "\"not-exported\"")
+                             .arg(joined(failed)));
+        document.setNotExported(failed);
     }
     QByteArray text;
     QString error;
@@ -163,6 +271,66 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
         return writeOut(text) ? ExitSuccess : ExitFileError;
 
     return saveFile(outputFile, text) ? ExitSuccess : ExitFileError;
+}
+
+int PolicyTool::drift(const QString &policyFile, const QStringList &only, bool json)
+{
+    QByteArray text;
+    if (!readPolicy(policyFile, &text))
+        return ExitFileError;
+    const QString source = sourceName(policyFile);
+    PolicyDocument document;
+    QStringList problems;
+    if (!document.parse(text, m_registry.names(), &problems)) {
+        for (const QString &problem : qAsConst(problems))
+            Messages::report(QStringLiteral("%1: %2").arg(source, problem));
+        Messages::report(QStringLiteral("%1: refused").arg(source));
+        return ExitRefused;
+    }
+
+    QVector<ModuleDrift> modules;
+    {
+        // Standard output carries the report; notes the modules print go to standard error.
+        DiagnosticRelay relay(DiagnosticRelay::Notes::ToStandardError);
+        ProgressReporter progress;
+        for (const QString &name : m_registry.names()) {
+            const PolicyDocument::Section *section = document.section(name);
+            if (!section || (!only.isEmpty() && !only.contains(name)))
+                continue;
+            ModuleInterface *module = m_registry.module(name);
+            ModuleDrift drift{name, DriftUnavailable, {}};
+            if (module->isAvailable()) {
+                progress.start(QStringLiteral("reading %1").arg(name));
+                const SettingsReply reply = module->getSettings();
+                progress.finish();
+                if (reply.first != ModuleInterface::StatusSuccess) {
+                    drift.status = DriftUnreadable;
+                } else {
+                    drift.differences = SettingsComparison::differences(
+                        section->settings, reply.second, ModuleRegistry::defaultsWhenAbsent(name));
+                    drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
+                }
+            }
+            modules.append(drift);
+            DiagnosticRelay::endLines();
+        }
+    }
+    int status = ExitSuccess;
+    QString result = DriftFollows;
+    for (const ModuleDrift &module : qAsConst(modules)) {
+        if (module.status == DriftDrifted) {
+            status = ExitDrifted;
+            result = DriftDrifted;
+            break;
+        }
+        if (module.status != DriftFollows) {
+            status = ExitIncomplete;
+            result = QStringLiteral("incomplete");
+        }
+    }
+    const QByteArray report =
+        json ? driftJson(source, result, modules) : driftText(source, modules);
+    return writeOut(report) ? status : ExitFileError;
 }
 
 bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)
@@ -201,8 +369,10 @@ int PolicyTool::checkedPolicy(const QString &policyFile, const QStringList &only
         return ExitFileError;
     const QString source = sourceName(policyFile);
     QStringList problems;
-    if (document->parse(text, m_registry.names(), &problems))
+    if (document->parse(text, m_registry.names(), &problems)) {
+        DiagnosticRelay relay;
         PolicyChecker(m_registry).check(*document, only, &problems, checked);
+    }
     for (const QString &problem : qAsConst(problems))
         Messages::report(QStringLiteral("%1: %2").arg(source, problem));
     if (problems.isEmpty())
@@ -220,13 +390,28 @@ int PolicyTool::check(const QString &policyFile, const QStringList &only)
     if (status != ExitSuccess)
         return status;
     const QString source = sourceName(policyFile);
-    const QString verdict =
-        QStringLiteral("%1: accepted: %2\n")
+    QString verdict =
+        QStringLiteral("%1: accepted: %2")
             .arg(source, checked.isEmpty() ? QStringLiteral("no module") : joined(checked));
+    if (!document.notExported().isEmpty())
+        verdict += QStringLiteral("; not exported: ") + joined(document.notExported());
+    verdict += QLatin1Char('\n');
     return writeOut(verdict.toUtf8()) ? ExitSuccess : ExitFileError;
 }
 
-int PolicyTool::apply(const QString &policyFile, const QStringList &only)
+bool PolicyTool::followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
+                                ProgressReporter *progress) const
+{
+    progress->start(QStringLiteral("reading %1").arg(name));
+    const SettingsReply reply = m_registry.module(name)->getSettings();
+    progress->finish();
+    return reply.first == ModuleInterface::StatusSuccess &&
+           SettingsComparison::differences(settings, reply.second,
+                                           ModuleRegistry::defaultsWhenAbsent(name))
+               .isEmpty();
+}
+
+int PolicyTool::apply(const QString &policyFile, const QStringList &only, bool all)
 {
     PolicyDocument document;
     QStringList checked;
@@ -238,28 +423,43 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only)
 
     QStringList applied;
     QStringList failed;
+    QStringList unchanged;
     {
+        DiagnosticRelay relay;
         ProgressReporter progress;
         for (const QString &name : m_registry.names()) {
             if (!checked.contains(name))
                 continue;
+            const QHash<QString, QVariant> &settings = document.section(name)->settings;
+            // A module that already follows the policy is not written again: a rewrite could
+            // still change a file's layout, and tools would leave backups.
+            if (!all && followsAlready(name, settings, &progress)) {
+                unchanged.append(name);
+                DiagnosticRelay::endLines();
+                continue;
+            }
             ModuleInterface *module = m_registry.module(name);
             progress.start(QStringLiteral("applying %1").arg(name));
-            const bool moduleFailed = module->setSettings(document.section(name)->settings);
+            const bool moduleFailed = module->setSettings(settings);
             progress.finish();
+            DiagnosticRelay::endLines();
             (moduleFailed ? failed : applied).append(name);
         }
     }
-    if (failed.isEmpty()) {
-        Messages::report(
-            QStringLiteral("%1: applied: %2")
-                .arg(source, applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
-        return ExitSuccess;
+    QStringList parts;
+    if (!failed.isEmpty())
+        parts.append(QStringLiteral("failed: ") + joined(failed));
+    if (!applied.isEmpty() || !failed.isEmpty()) {
+        parts.append(QStringLiteral("applied: ") +
+                     (applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
+    } else {
+        parts.append(unchanged.isEmpty() ? QStringLiteral("applied: no module")
+                                         : QStringLiteral("nothing to do"));
     }
-    Messages::report(QStringLiteral("%1: failed: %2; applied: %3")
-                         .arg(source, joined(failed),
-                              applied.isEmpty() ? QStringLiteral("no module") : joined(applied)));
-    return ExitModuleFailed;
+    if (!unchanged.isEmpty())
+        parts.append(QStringLiteral("unchanged: ") + joined(unchanged));
+    Messages::report(source + QStringLiteral(": ") + parts.join(QStringLiteral("; ")));
+    return failed.isEmpty() ? ExitSuccess : ExitModuleFailed;
 }
 
 } // namespace ZqlPolicy

@@ -10,6 +10,8 @@
 
 namespace ZqlPolicy {
 
+class ProgressReporter;
+
 /**
  * The commands of zql-policy on this machine's system (or, inside the sandbox, on the system
  * the sandbox shows). Messages of its own go to standard error as "zql-policy: ..."; the
@@ -25,6 +27,8 @@ public:
         ExitUsage = 2,        ///< the command line was wrong
         ExitRefused = 3,      ///< the policy was refused by the check; nothing was applied
         ExitFileError = 4,    ///< the policy could not be read or the output not written
+        ExitDrifted = 1,      ///< diff: a key of the machine differs from the policy
+        ExitIncomplete = 5,   ///< diff: nothing differs, but a module could not be compared
     };
 
     explicit PolicyTool(const ModuleRegistry &registry);
@@ -38,14 +42,30 @@ public:
     /** The current settings of @p modules (all available ones when empty) with each status. */
     int get(const QStringList &modules);
 
-    /** The policy of @p modules (all available ones when empty), to @p outputFile or stdout. */
-    int exportPolicy(const QStringList &modules, const QString &outputFile);
+    /**
+     * The policy of @p modules (all available ones when empty), to @p outputFile or stdout.
+     * A module that cannot be read makes it fail, or with @p skipUnreadable is left out and
+     * named on standard error and in the document as not exported.
+     */
+    int exportPolicy(const QStringList &modules, const QString &outputFile,
+                     bool skipUnreadable = false);
 
     /** Checks the policy in @p policyFile ("-": standard input), limited to @p only. */
     int check(const QString &policyFile, const QStringList &only);
 
-    /** Checks, then applies the policy in @p policyFile, limited to @p only. */
-    int apply(const QString &policyFile, const QStringList &only);
+    /**
+     * Checks, then applies the policy in @p policyFile, limited to @p only. A module whose
+     * live settings already equal the policy's (as drift() compares them) is left out and
+     * named as unchanged, unless @p all.
+     */
+    int apply(const QString &policyFile, const QStringList &only, bool all = false);
+
+    /**
+     * Compares the policy in @p policyFile with the machine's live settings, module by module
+     * and key by key, limited to @p only; as text, or as a JSON document with @p json. Reads
+     * only: takes no lock and changes nothing.
+     */
+    int drift(const QString &policyFile, const QStringList &only, bool json);
 
     /**
      * Saves @p text as @p fileName, whole or not at all; a message names the file and the
@@ -68,6 +88,9 @@ private:
     int checkedPolicy(const QString &policyFile, const QStringList &only, PolicyDocument *document,
                       QStringList *checked, const QString &refusal);
     QString sourceName(const QString &policyFile) const;
+    // Whether the live settings of @p name already equal @p settings; false if unreadable.
+    bool followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
+                        ProgressReporter *progress) const;
 
     const ModuleRegistry &m_registry;
     QString m_sourceName;

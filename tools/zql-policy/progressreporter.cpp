@@ -1,5 +1,6 @@
 #include "progressreporter.h"
 
+#include "diagnosticrelay.h"
 #include "messages.h"
 
 #include <QByteArray>
@@ -30,7 +31,7 @@ std::chrono::milliseconds ProgressReporter::defaultInterval()
 ProgressReporter::ProgressReporter(int fd, std::chrono::milliseconds interval)
     : m_fd(fd)
     , m_interval(interval)
-    , m_enabled(::isatty(fd) == 1)
+    , m_enabled(::isatty(DiagnosticRelay::realFd(fd)) == 1)
 {}
 
 ProgressReporter::~ProgressReporter()

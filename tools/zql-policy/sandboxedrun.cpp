@@ -1,5 +1,6 @@
 #include "sandboxedrun.h"
 
+#include "dryrunpreview.h"
 #include "messages.h"
 #include "sandbox.h"
 #include "streamredirection.h"
@@ -96,6 +97,30 @@ std::string local(const QString &text)
     return QFile::encodeName(text).toStdString();
 }
 
+// The unified diff of one changed file, through a memory file.
+bool diffOf(const ZqlSandbox::ChangedFile &file, QByteArray *block, std::string *error)
+{
+    const int fd = ::memfd_create("zql-policy-diff", MFD_CLOEXEC);
+    if (fd < 0) {
+        *error = std::string("memfd_create: ") + std::strerror(errno);
+        return false;
+    }
+    bool ok = ZqlSandbox::writeUnifiedDiff({file}, fd, error);
+    if (ok && error->empty()) {
+        QFile written;
+        ok = ::lseek(fd, 0, SEEK_SET) == 0 &&
+             written.open(fd, QIODevice::ReadOnly, QFileDevice::DontCloseHandle);
+        if (ok)
+            *block = written.readAll();
+        else
+            *error = "the diff could not be read back";
+    } else if (error->empty()) {
+        *error = "the diff could not be written";
+    }
+    ::close(fd);
+    return ok;
+}
+
 } // namespace
 
 SandboxedRun::SandboxedRun(const QStringList &layers)
@@ -127,10 +152,16 @@ QStringList SandboxedRun::changes() const
     return m_changes;
 }
 
+QVector<FileDiff> SandboxedRun::fileDiffs() const
+{
+    return m_fileDiffs;
+}
+
 int SandboxedRun::run(const QStringList &arguments)
 {
     m_output.clear();
     m_changes.clear();
+    m_fileDiffs.clear();
     const QString program = QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath();
     if (program.isEmpty()) {
         Messages::report(QStringLiteral("cannot find this program's own file"));
@@ -159,17 +190,18 @@ int SandboxedRun::run(const QStringList &arguments)
         }
     }
 
-    // The diff goes to our standard output as it was before the run's output was moved.
-    int diffFd = -1;
+    // Each changed file's block of the diff, kept for the preview.
     std::string diffError;
     if (m_diff) {
         sandbox.setInspector([&](const std::vector<ZqlSandbox::ChangedFile> &files) {
             for (const ZqlSandbox::ChangedFile &file : files) {
-                m_changes.append(QLatin1Char(file.change.kind) + QLatin1Char(' ') +
-                                 QFile::decodeName(file.change.path.c_str()));
+                const QString path = QFile::decodeName(file.change.path.c_str());
+                m_changes.append(QLatin1Char(file.change.kind) + QLatin1Char(' ') + path);
+                QByteArray block;
+                if (diffError.empty() && !diffOf(file, &block, &diffError))
+                    continue;
+                m_fileDiffs.append(DryRunPreview::fromBlock(path, block));
             }
-            if (!ZqlSandbox::writeUnifiedDiff(files, diffFd, &diffError) && diffError.empty())
-                diffError = "the diff could not be written";
         });
     }
 
@@ -185,7 +217,6 @@ int SandboxedRun::run(const QStringList &arguments)
             Messages::report(QStringLiteral("cannot hand the streams to the sandbox: %1")
                                  .arg(QString::fromLocal8Bit(std::strerror(errno))));
         } else {
-            diffFd = output.saved();
             SignalGuard signalGuard(&sandbox);
             status = sandbox.run(command);
         }

@@ -1,9 +1,12 @@
 #ifndef ZQLPOLICY_SANDBOXEDRUN_H
 #define ZQLPOLICY_SANDBOXEDRUN_H
 
+#include "dryrunpreview.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 namespace ZqlPolicy {
 
@@ -32,8 +35,8 @@ public:
     void setCaptureOutput(bool capture);
 
     /**
-     * A dry run: afterwards, write a unified diff of every file the run changed to our
-     * standard output; the run's own standard output goes to our standard error.
+     * A dry run: afterwards, keep the unified diff of every file the run changed
+     * (fileDiffs()); the run's own standard output goes to our standard error.
      */
     void setDiff(bool diff);
 
@@ -49,6 +52,9 @@ public:
     /** The files the run changed, "M /etc/login.defs" and so on, by path (with setDiff()). */
     QStringList changes() const;
 
+    /** Each changed file's block of the unified diff, in the order of changes(). */
+    QVector<FileDiff> fileDiffs() const;
+
 private:
     QStringList m_layers;
     int m_input = -1;
@@ -56,6 +62,7 @@ private:
     bool m_diff = false;
     QByteArray m_output;
     QStringList m_changes;
+    QVector<FileDiff> m_fileDiffs;
 };
 
 } // namespace ZqlPolicy
