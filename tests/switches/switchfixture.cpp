@@ -83,6 +83,11 @@ bool SwitchFixture::reset(QString *error)
         *error = QStringLiteral("cannot make %1 executable").arg(MonitorPath);
         return false;
     }
+    // The scripts log their calls only into a log that exists.
+    if (!writeBytes(CallLog, {})) {
+        *error = QStringLiteral("cannot write %1").arg(CallLog);
+        return false;
+    }
     return true;
 }
 
