@@ -113,6 +113,10 @@ std::string Plan::prepare(const Sandbox &sandbox, const std::vector<std::string>
     if (!validSize(sandbox.tmpfsSize()))
         return "invalid tmpfs size '" + sandbox.tmpfsSize() +
                "' (a number with an optional k, m, g or % suffix)";
+    // tmpfs reads a size of 0 as no limit at all, which a size given to bound it must not mean.
+    if (sandbox.tmpfsSize().find_first_not_of("0kKmMgGtTpPeE%") == std::string::npos)
+        return "invalid tmpfs size '" + sandbox.tmpfsSize() +
+               "' (tmpfs takes 0 as no limit; give a size above 0)";
 
     caller = ::getpid();
     cwd = currentDir();

@@ -403,6 +403,17 @@ void SandboxTest::failureInsideNamespaceFailsClosed()
     QCOMPARE(bad.exitCode, 125);
     QVERIFY(!bad.out.contains("RAN"));
     QVERIFY2(bad.err.startsWith("zql-sandbox: invalid tmpfs size"), bad.err.constData());
+
+    // tmpfs takes a size of 0 as no limit: refused in every spelling.
+    for (const char *zero : {"0", "00", "0k", "0M", "0%"}) {
+        const Outcome unlimited =
+            run({QStringLiteral("--tmpfs-size"), QString::fromLatin1(zero), QStringLiteral("--"),
+                 QStringLiteral("echo"), QStringLiteral("RAN")});
+        QCOMPARE(unlimited.exitCode, 125);
+        QVERIFY(!unlimited.out.contains("RAN"));
+        QCOMPARE(unlimited.err, "zql-sandbox: invalid tmpfs size '" + QByteArray(zero) +
+                                    "' (tmpfs takes 0 as no limit; give a size above 0)\n");
+    }
 }
 
 void SandboxTest::nonRootIsRefused()

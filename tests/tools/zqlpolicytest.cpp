@@ -335,6 +335,15 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::newRow("--only without name")
         << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only")}
         << QByteArray("--only needs a module name");
+    // An empty name must not fall away and leave "--only ," meaning every module.
+    QTest::newRow("--only with only a comma")
+        << QStringList{QStringLiteral("apply"), QStringLiteral("p.json"), QStringLiteral("--only"),
+                       QStringLiteral(",")}
+        << QByteArray("--only needs a module name between its commas, not \",\"");
+    QTest::newRow("--only with an empty name in the list")
+        << QStringList{QStringLiteral("diff"), QStringLiteral("p.json"), QStringLiteral("--only"),
+                       QStringLiteral("login-local,,audit")}
+        << QByteArray("--only needs a module name between its commas, not \"login-local,,audit\"");
     QTest::newRow("--dry-run on export")
         << QStringList{QStringLiteral("export"), QStringLiteral("--dry-run")}
         << QByteArray("--dry-run is for apply");

@@ -119,7 +119,13 @@ int parse(const QStringList &args, CommandLine *line)
         } else if (optionValue(args, i, {QStringLiteral("--only")}, &value, &missing)) {
             if (missing || value.isEmpty())
                 return usageError(QStringLiteral("--only needs a module name"));
-            line->only.append(value.split(QLatin1Char(','), Qt::SkipEmptyParts));
+            // An empty name is refused: dropping it would turn "--only ," into every module.
+            const QStringList names = value.split(QLatin1Char(','));
+            if (names.contains(QString()))
+                return usageError(
+                    QStringLiteral("--only needs a module name between its commas, not \"%1\"")
+                        .arg(value));
+            line->only.append(names);
         } else if (optionValue(args, i, {QStringLiteral("-o"), QStringLiteral("--output")}, &value,
                                &missing)) {
             if (missing || value.isEmpty())
