@@ -1,8 +1,8 @@
 #include "sandbox.h"
 
-#include "sandboxinspection_p.h"
 #include "sandboxplan_p.h"
 #include "sandboxprocess_p.h"
+#include "sandboxresults_p.h"
 
 #include <csignal>
 #include <cstring>
@@ -112,19 +112,19 @@ int Sandbox::run(const std::vector<std::string> &command)
     m_sandboxPid.store(process.pid());
     const SandboxReport report = process.readReport();
 
-    Inspection inspection;
+    UpperLayerResult upperLayer;
     if (report.commandRan()) {
         m_commandRan = true;
-        inspection = inspect(plan, process.pid(), m_recordChanges ? &m_changes : nullptr,
-                             m_inspector && !report.execFailed ? &m_inspector : nullptr);
+        upperLayer = examineUpperLayer(plan, process.pid(), m_recordChanges ? &m_changes : nullptr,
+                                       m_inspector && !report.execFailed ? &m_inspector : nullptr);
     }
 
     process.release();
     m_sandboxPid.store(0); // it is ending now; its pid stays reserved until reaped below
     int sandboxStatus = 0;
     const int waitError = process.reap(&sandboxStatus);
-    if (inspection.inspectorFailure)
-        std::rethrow_exception(inspection.inspectorFailure);
+    if (upperLayer.callbackFailure)
+        std::rethrow_exception(upperLayer.callbackFailure);
 
     if (report.setupFailed) {
         m_error = describeFailure(plan, report.failure);
@@ -137,9 +137,9 @@ int Sandbox::run(const std::vector<std::string> &command)
                       " before the command ended");
     }
     const int result = commandExitStatus(report.commandStatus);
-    if (!inspection.error.empty()) {
+    if (!upperLayer.error.empty()) {
         m_changes.clear();
-        return failed(inspection.error + " (the command ran and exited with status " +
+        return failed(upperLayer.error + " (the command ran and exited with status " +
                       std::to_string(result) + ")");
     }
     return result;

@@ -17,7 +17,7 @@ struct SandboxReport
     Record failure{};          // the first failure
     bool commandEnded = false; // the sandbox process reported the command's end
     int commandStatus = 0;     // its wait status
-    bool execFailed = false;   // the command could not be executed: nothing to inspect
+    bool execFailed = false;   // the command could not be executed: no changed files to look at
 
     bool commandRan() const { return commandEnded && !setupFailed; }
 };
@@ -29,8 +29,8 @@ class SandboxProcess
 {
 public:
     SandboxProcess() = default;
-    // Releases and reaps a sandbox process that reap() did not (an inspection that threw), so
-    // that none is left behind as a zombie.
+    // Releases and reaps a sandbox process that reap() did not (a look at the upper layer that
+    // threw), so that none is left behind as a zombie.
     ~SandboxProcess();
     SandboxProcess(const SandboxProcess &) = delete;
     SandboxProcess &operator=(const SandboxProcess &) = delete;

@@ -1,4 +1,4 @@
-#include "sandboxinspection_p.h"
+#include "sandboxresults_p.h"
 
 #include "changewalk.h"
 #include "posixio_p.h"
@@ -42,10 +42,10 @@ std::string keepUpperLayer(const Plan &plan, const std::string &inside)
 
 } // namespace
 
-Inspection inspect(const Plan &plan, pid_t sandboxPid, std::vector<Change> *changes,
-                   const Inspector *inspector)
+UpperLayerResult examineUpperLayer(const Plan &plan, pid_t sandboxPid, std::vector<Change> *changes,
+                                   const ChangedFilesCallback *callback)
 {
-    Inspection result;
+    UpperLayerResult result;
     // The namespace is still there: reach its files through the sandbox process's root.
     const std::string inside = "/proc/" + std::to_string(sandboxPid) + "/root" + plan.base;
     if (changes) {
@@ -58,18 +58,18 @@ Inspection inspect(const Plan &plan, pid_t sandboxPid, std::vector<Change> *chan
         if (walk.run(files)) {
             for (const ChangedFile &file : files)
                 changes->push_back(file.change);
-            if (inspector) {
+            if (callback) {
                 try {
-                    (*inspector)(files);
+                    (*callback)(files);
                 } catch (...) {
-                    result.inspectorFailure = std::current_exception();
+                    result.callbackFailure = std::current_exception();
                 }
             }
         } else {
             result.error = "examine the upper layer: cannot read " + walk.failedPath();
         }
     }
-    if (!plan.keep.empty() && result.error.empty() && !result.inspectorFailure)
+    if (!plan.keep.empty() && result.error.empty() && !result.callbackFailure)
         result.error = keepUpperLayer(plan, inside);
     return result;
 }
