@@ -110,9 +110,7 @@ void DiagnosticRelay::stop()
         ::dup2(m_savedError, STDERR_FILENO);
     {
         std::lock_guard<std::mutex> lock(m_mutex);
-        for (int i = 0; i < m_channelCount; ++i)
-            drain(m_channels[i]);
-        endOpenLines();
+        passOn();
     }
     DiagnosticRelay *self = this;
     currentRelay.compare_exchange_strong(self, nullptr);
@@ -176,6 +174,13 @@ void DiagnosticRelay::endOpenLines()
     }
 }
 
+void DiagnosticRelay::passOn()
+{
+    for (int i = 0; i < m_channelCount; ++i)
+        drain(m_channels[i]);
+    endOpenLines();
+}
+
 void DiagnosticRelay::endLines()
 {
     std::fflush(nullptr);
@@ -183,9 +188,7 @@ void DiagnosticRelay::endLines()
     if (!relay)
         return;
     std::lock_guard<std::mutex> lock(relay->m_mutex);
-    for (int i = 0; i < relay->m_channelCount; ++i)
-        relay->drain(relay->m_channels[i]);
-    relay->endOpenLines();
+    relay->passOn();
 }
 
 void DiagnosticRelay::write(int fd, const QByteArray &bytes)
@@ -196,9 +199,7 @@ void DiagnosticRelay::write(int fd, const QByteArray &bytes)
         return;
     }
     std::lock_guard<std::mutex> lock(relay->m_mutex);
-    for (int i = 0; i < relay->m_channelCount; ++i)
-        relay->drain(relay->m_channels[i]);
-    relay->endOpenLines();
+    relay->passOn();
     writeAll(realFd(fd), bytes.constData(), static_cast<size_t>(bytes.size()));
 }
 

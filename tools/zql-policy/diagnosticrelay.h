@@ -57,6 +57,8 @@ private:
     void relay();
     bool drain(Channel &channel);
     void endOpenLines();
+    // Passes on what every channel holds and ends open lines; m_mutex is held.
+    void passOn();
     void stop();
 
     Channel m_channels[2];

@@ -52,6 +52,28 @@ const QString DriftDrifted = QStringLiteral("drifted");
 const QString DriftUnavailable = QStringLiteral("unavailable");
 const QString DriftUnreadable = QStringLiteral("unreadable");
 
+// Reads the live settings of module @p name and compares them with @p settings, the policy's
+// section: what diff reports and how apply tells a module that already follows the policy.
+ModuleDrift compareWithMachine(const ModuleRegistry &registry, const QString &name,
+                               const QHash<QString, QVariant> &settings, ProgressReporter *progress)
+{
+    ModuleDrift drift{name, DriftUnavailable, {}};
+    ModuleInterface *module = registry.module(name);
+    if (!module->isAvailable())
+        return drift;
+    progress->start(QStringLiteral("reading %1").arg(name));
+    const SettingsReply reply = module->getSettings();
+    progress->finish();
+    if (reply.first != ModuleInterface::StatusSuccess) {
+        drift.status = DriftUnreadable;
+        return drift;
+    }
+    drift.differences = SettingsComparison::differences(settings, reply.second,
+                                                        ModuleRegistry::defaultsWhenAbsent(name));
+    drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
+    return drift;
+}
+
 QByteArray driftText(const QString &source, const QVector<ModuleDrift> &modules)
 {
     QString text;
@@ -297,21 +319,7 @@ int PolicyTool::drift(const QString &policyFile, const QStringList &only, bool j
             const PolicyDocument::Section *section = document.section(name);
             if (!section || (!only.isEmpty() && !only.contains(name)))
                 continue;
-            ModuleInterface *module = m_registry.module(name);
-            ModuleDrift drift{name, DriftUnavailable, {}};
-            if (module->isAvailable()) {
-                progress.start(QStringLiteral("reading %1").arg(name));
-                const SettingsReply reply = module->getSettings();
-                progress.finish();
-                if (reply.first != ModuleInterface::StatusSuccess) {
-                    drift.status = DriftUnreadable;
-                } else {
-                    drift.differences = SettingsComparison::differences(
-                        section->settings, reply.second, ModuleRegistry::defaultsWhenAbsent(name));
-                    drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
-                }
-            }
-            modules.append(drift);
+            modules.append(compareWithMachine(m_registry, name, section->settings, &progress));
             DiagnosticRelay::endLines();
         }
     }
@@ -399,18 +407,6 @@ int PolicyTool::check(const QString &policyFile, const QStringList &only)
     return writeOut(verdict.toUtf8()) ? ExitSuccess : ExitFileError;
 }
 
-bool PolicyTool::followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
-                                ProgressReporter *progress) const
-{
-    progress->start(QStringLiteral("reading %1").arg(name));
-    const SettingsReply reply = m_registry.module(name)->getSettings();
-    progress->finish();
-    return reply.first == ModuleInterface::StatusSuccess &&
-           SettingsComparison::differences(settings, reply.second,
-                                           ModuleRegistry::defaultsWhenAbsent(name))
-               .isEmpty();
-}
-
 int PolicyTool::apply(const QString &policyFile, const QStringList &only, bool all)
 {
     PolicyDocument document;
@@ -433,7 +429,8 @@ int PolicyTool::apply(const QString &policyFile, const QStringList &only, bool a
             const QHash<QString, QVariant> &settings = document.section(name)->settings;
             // A module that already follows the policy is not written again: a rewrite could
             // still change a file's layout, and tools would leave backups.
-            if (!all && followsAlready(name, settings, &progress)) {
+            if (!all &&
+                compareWithMachine(m_registry, name, settings, &progress).status == DriftFollows) {
                 unchanged.append(name);
                 DiagnosticRelay::endLines();
                 continue;

@@ -88,9 +88,6 @@ private:
     int checkedPolicy(const QString &policyFile, const QStringList &only, PolicyDocument *document,
                       QStringList *checked, const QString &refusal);
     QString sourceName(const QString &policyFile) const;
-    // Whether the live settings of @p name already equal @p settings; false if unreadable.
-    bool followsAlready(const QString &name, const QHash<QString, QVariant> &settings,
-                        ProgressReporter *progress) const;
 
     const ModuleRegistry &m_registry;
     QString m_sourceName;
