@@ -3,11 +3,11 @@
 #include "configfileengine_p.h"
 #include "filenotexistexception.h"
 #include "openfileexception.h"
+#include "savefile_p.h"
 #include "writefileexception.h"
 
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QTextStream>
 
 namespace {
@@ -158,7 +158,7 @@ void TesselConfFile::writeState(const QString &path, State state)
     const QIODevice::OpenMode readMode = QIODevice::ReadOnly | QIODevice::Text;
     if (!input.open(readMode))
         throw OpenFileException(path, readMode, input.errorString());
-    QSaveFile output(path);
+    SaveFile output(path);
     const QIODevice::OpenMode writeMode = QIODevice::WriteOnly | QIODevice::Text;
     if (!output.open(writeMode))
         throw OpenFileException(path, writeMode, output.errorString());
@@ -186,6 +186,6 @@ void TesselConfFile::writeState(const QString &path, State state)
         out << newLine;
 
     out.flush();
-    if (!commitChecked(output))
+    if (!output.commitChecked())
         throw WriteFileException(path, output.errorString());
 }

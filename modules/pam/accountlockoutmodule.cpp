@@ -6,12 +6,12 @@
 #include "configfileengine.h"
 #include "configfileengine_p.h"
 #include "diagnosticstreams_p.h"
+#include "savefile_p.h"
 #include "switchednumber_p.h"
 
 #include <QFile>
 #include <QObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSet>
 
 #include <utility>
@@ -135,11 +135,11 @@ void AccountLockoutModule::commonAuthUpdate(QHash<QString, QVariant> settings)
 
     // The stack is replaced whole or not at all: a half-written common-auth could lock out
     // every user.
-    QSaveFile output(CommonAuth);
+    SaveFile output(CommonAuth);
     if (!output.open(QIODevice::WriteOnly)) {
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
         return;
     }
-    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8()))
+    if (!output.saveWhole(lines.join(QLatin1Char('\n')).toUtf8()))
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
 }

@@ -10,6 +10,7 @@
 #include "passwordvalidityperiodreaderregexphandler.h"
 #include "passwordvalidityperiodrewriterregexphandler.h"
 #include "processrunner_p.h"
+#include "savefile_p.h"
 #include "switchednumber_p.h"
 #include "useraddreaderregexphandler.h"
 #include "useraddrewriterregexphandler.h"
@@ -17,7 +18,6 @@
 #include <QFile>
 #include <QObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSet>
 
 namespace {
@@ -265,10 +265,10 @@ int PasswordPolicyModule::repairMinimumLength(const QHash<QString, QVariant> &se
 
     // The stack is replaced whole or not at all: a half-written common-password could refuse
     // every password change.
-    QSaveFile output(CommonPassword);
+    SaveFile output(CommonPassword);
     if (!output.open(QIODevice::WriteOnly))
         return 0;
-    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8())) {
+    if (!output.saveWhole(lines.join(QLatin1Char('\n')).toUtf8())) {
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
         return 1;
     }
@@ -301,7 +301,7 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
     if (settings.isEmpty())
         return 0;
 
-    QSaveFile profile(HistoryProfile);
+    SaveFile profile(HistoryProfile);
     if (!profile.open(QIODevice::WriteOnly)) {
         writeDiagnostic(
             errorStream,
@@ -321,7 +321,7 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
                    QString::number(SwitchedNumber::number(remember));
     }
 
-    if (!saveWhole(profile, HistoryProfileTemplate.arg(options).toLocal8Bit())) {
+    if (!profile.saveWhole(HistoryProfileTemplate.arg(options).toLocal8Bit())) {
         writeDiagnostic(
             errorStream,
             formatOutput(QObject::tr("Failed to write configuration file %1").arg(HistoryProfile)));

@@ -7,7 +7,7 @@
 #include <zql-modules/modules.h>
 
 #include <QFile>
-#include <QStandardPaths>
+#include <QFileInfo>
 
 namespace {
 const QString CommonAuth = QStringLiteral("/etc/pam.d/common-auth");
@@ -460,12 +460,12 @@ void AccountLockoutModuleTest::readOnlyProfile()
         failed = module.setSettings({{QStringLiteral("deny"), ZqlTest::pair(true, 3)}});
     });
     QVERIFY(failed);
+    // The new profile takes the old one's place by a rename, which a mount point refuses; the
+    // temporary copy is not left among the profiles, where pam-auth-update would read it.
     QCOMPARE(QString::fromUtf8(streams.error),
-             QStringLiteral("account-lockout : Process: \"cp --force --preserve=mode,ownership "
-                            "/usr/share/pam-configs/tally.tmp /usr/share/pam-configs/tally\". "
-                            "Exit code: 1.\n\"%1: cannot remove '/usr/share/pam-configs/tally': "
-                            "Device or resource busy\n\"\n")
-                 .arg(QStandardPaths::findExecutable(QStringLiteral("cp"))));
+             QStringLiteral("account-lockout : \"/usr/share/pam-configs/tally\" error 10\n"
+                            "Device or resource busy\n"));
+    QVERIFY(!QFileInfo::exists(TallyProfile + QStringLiteral(".tmp")));
     QCOMPARE(ZqlTest::readBytes(TallyProfile), Profile);
     // Taken out of the stack before the rewrite failed; nothing puts it back.
     QCOMPARE(ZqlTest::pamAuthUpdateCalls(), RemoveAndEnable.mid(0, 1));
