@@ -17,6 +17,7 @@
 #include <QTemporaryDir>
 
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -236,6 +237,10 @@ private Q_SLOTS:
     void rootLayerExportToFile();
     void unreadablePolicy_data();
     void unreadablePolicy();
+    void unboundedSource_data();
+    void unboundedSource();
+    void closedOrFullStream_data();
+    void closedOrFullStream();
     void exportToUnwritablePlace_data();
     void exportToUnwritablePlace();
     void progressOnTerminal();
@@ -643,6 +648,18 @@ void ZqlPolicyTest::refused_data()
         << head + "\"login-local\": {\"login_state\": \"all\"}, "
                   "\"account-lockout\": {\"deny\": [true, 3], \"denny\": [true, 3]}}"
         << QStringList() << QByteArray("account-lockout: unknown key \"denny\"\n");
+    const QByteArray whole = head + "\"login-local\": {\"login_state\": \"all\"}}";
+    QTest::newRow("a NUL byte after the document")
+        << whole + '\0' + "garbage" << QStringList()
+        << QByteArray("not a JSON document: a NUL byte at byte " +
+                      QByteArray::number(whole.size()) + "\n");
+    QTest::newRow("20 000 levels of arrays")
+        << QByteArray(20000, '[') + QByteArray(20000, ']') << QStringList()
+        << QByteArray("not a JSON document: nested deeper than 64 levels\n");
+    QTest::newRow("20 000 levels of objects in a section")
+        << head + "\"login-local\": " + QByteArray("{\"a\": ").repeated(20000) + "1" +
+               QByteArray(20001, '}')
+        << QStringList() << QByteArray("not a JSON document: nested deeper than 64 levels\n");
 }
 
 void ZqlPolicyTest::refused()
@@ -1073,6 +1090,105 @@ void ZqlPolicyTest::unreadablePolicy()
     QCOMPARE(missing.err, QByteArray("zql-policy: cannot read \"" + path("absent.json").toUtf8() +
                                      "\": No such file or directory\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+// Sources that are no policy file: each is refused before it is read, at once.
+void ZqlPolicyTest::unboundedSource_data()
+{
+    QTest::addColumn<QString>("source"); // a path, or "large standard input"
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("reason");
+
+    const QByteArray notRegular = "not a regular file (give a file, or - for standard input)";
+    const QByteArray tooLarge = "larger than 4 MiB";
+    const QStringList dryRun{QStringLiteral("--dry-run")};
+    for (const QStringList &options : {QStringList(), dryRun}) {
+        const QString how = options.isEmpty() ? QStringLiteral("") : QStringLiteral(", dry run");
+        QTest::addRow("a device%s", qPrintable(how))
+            << QStringLiteral("/dev/zero") << options << notRegular;
+        QTest::addRow("a FIFO without a writer%s", qPrintable(how))
+            << QStringLiteral("fifo") << options << notRegular;
+        QTest::addRow("a file of 4 MiB and a byte%s", qPrintable(how))
+            << QStringLiteral("large.json") << options << tooLarge;
+        QTest::addRow("a directory%s", qPrintable(how))
+            << QStringLiteral("directory") << options << QByteArray("Is a directory");
+    }
+    QTest::newRow("standard input of 4 MiB and a byte")
+        << QStringLiteral("-") << QStringList() << tooLarge;
+}
+
+void ZqlPolicyTest::unboundedSource()
+{
+    QFETCH(QString, source);
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, reason);
+
+    QString file = source;
+    QByteArray input;
+    const QByteArray large = "{" + QByteArray(4 * 1024 * 1024 - 1, ' ') + "}";
+    if (source == QLatin1String("fifo")) {
+        file = path("policy.fifo");
+        QFile::remove(file);
+        QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
+    } else if (source == QLatin1String("large.json")) {
+        file = path(source);
+        QVERIFY(ZqlTest::writeBytes(file, large));
+    } else if (source == QLatin1String("directory")) {
+        file = path(source);
+        QVERIFY(QDir().mkpath(file));
+    } else if (source == QLatin1String("-")) {
+        input = large;
+    }
+    const QByteArray shown = source == QLatin1String("-") ? "standard input" : file.toUtf8();
+    for (const QString &command : {QStringLiteral("check"), QStringLiteral("apply")}) {
+        if (command == QLatin1String("check") && !options.isEmpty())
+            continue;
+        const Run result = run(QStringList{command, file} + options, input);
+        QVERIFY2(result.exitCode == 4, qPrintable(describe(result)));
+        QCOMPARE(result.out, QByteArray());
+        QCOMPARE(result.err, "zql-policy: cannot read \"" + shown + "\": " + reason + "\n");
+    }
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+// A closed or full standard stream is said in one line, and nothing lands elsewhere.
+void ZqlPolicyTest::closedOrFullStream_data()
+{
+    QTest::addColumn<QString>("script"); // run by sh with the program as $0
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QByteArray>("err");
+    QTest::newRow("export with standard output closed")
+        << QStringLiteral("exec \"$0\" export >&-") << 4
+        << QByteArray("zql-policy: cannot write standard output: it is closed\n");
+    QTest::newRow("get with standard output closed")
+        << QStringLiteral("exec \"$0\" get login-local >&-") << 4
+        << QByteArray("zql-policy: cannot write standard output: it is closed\n");
+    QTest::newRow("check of standard input, closed")
+        << QStringLiteral("exec \"$0\" check - <&-") << 4
+        << QByteArray("zql-policy: cannot read \"standard input\": standard input is closed\n");
+    QTest::newRow("export into a full file system")
+        << QStringLiteral("exec \"$0\" export > \"$1\"/p.json") << 4
+        << QByteArray("zql-policy: cannot write standard output: No space left on device\n");
+}
+
+void ZqlPolicyTest::closedOrFullStream()
+{
+    QFETCH(QString, script);
+    QFETCH(int, exitCode);
+    QFETCH(QByteArray, err);
+
+    const QString full = path("full-stream");
+    QVERIFY(QDir().mkpath(full));
+    QString error;
+    QVERIFY2(ZqlTest::mountTmpfs(full, QStringLiteral("size=4k"), &error), qPrintable(error));
+    QVERIFY(ZqlTest::writeBytes(full + QStringLiteral("/filler"), QByteArray(4096, 'x')));
+    const ZqlTest::ToolRun result =
+        ZqlTest::runTool(QStringLiteral("sh"), {QStringLiteral("-c"), script, Program, full});
+    ZqlTest::unmount(full, &error);
+    QVERIFY2(result.ending == ZqlTest::ToolRun::Ending::Exited, qPrintable(result.describe()));
+    QCOMPARE(result.exitCode, exitCode);
+    QCOMPARE(result.standardOutput, QByteArray());
+    QCOMPARE(result.standardError, err);
 }
 
 void ZqlPolicyTest::exportToUnwritablePlace_data()

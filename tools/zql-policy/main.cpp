@@ -4,6 +4,7 @@
 #include "dryrunpreview.h"
 #include "messages.h"
 #include "moduleregistry.h"
+#include "policyinput.h"
 #include "policytool.h"
 #include "sandboxedrun.h"
 #include "usage.h" // generated from usage.txt, as is the manual page
@@ -210,6 +211,10 @@ bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &f
             ? DryRunPreview::Detail::Summary
             : (line.full ? DryRunPreview::Detail::Full : DryRunPreview::Detail::Configuration);
     const QByteArray text = DryRunPreview::render(files, detail, useColour(line.colour));
+    if (ZqlPolicy::StandardStreams::wasClosed(STDOUT_FILENO)) {
+        Messages::report(QStringLiteral("cannot write the preview: standard output is closed"));
+        return false;
+    }
     const size_t size = static_cast<size_t>(text.size());
     if (std::fwrite(text.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
         return true;
@@ -228,10 +233,10 @@ int runSandboxed(const CommandLine &line)
         // The policy is handed over open: the sandbox need not see the caller's path.
         const QString &fileName = line.positional.first();
         if (fileName != QLatin1String("-")) {
-            policyFd = ::open(QFile::encodeName(fileName).constData(), O_RDONLY | O_CLOEXEC);
+            QString failure;
+            policyFd = ZqlPolicy::PolicyInput::openRegularFile(fileName, &failure);
             if (policyFd < 0) {
-                Messages::report(QStringLiteral("cannot read \"%1\": %2")
-                                     .arg(fileName, QString::fromLocal8Bit(std::strerror(errno))));
+                Messages::report(QStringLiteral("cannot read \"%1\": %2").arg(fileName, failure));
                 return PolicyTool::ExitFileError;
             }
             run.setInput(policyFd);
@@ -297,6 +302,7 @@ int runHere(const CommandLine &line, PolicyTool &tool)
 
 int main(int argc, char *argv[])
 {
+    ZqlPolicy::StandardStreams::hold();
     QCoreApplication app(argc, argv);
     try {
         QStringList args = QCoreApplication::arguments();

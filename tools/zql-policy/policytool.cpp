@@ -3,6 +3,7 @@
 #include "diagnosticrelay.h"
 #include "messages.h"
 #include "policychecker.h"
+#include "policyinput.h"
 #include "policyjson.h"
 #include "progressreporter.h"
 #include "settingscomparison.h"
@@ -10,7 +11,10 @@
 #include <QFile>
 #include <QSaveFile>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 namespace ZqlPolicy {
 
@@ -18,11 +22,25 @@ namespace {
 
 const QString StandardStream = QStringLiteral("-");
 
+// Writes @p bytes to standard output; a failure is said in one line (a closed stream, a full
+// file system under a redirected output).
 bool writeOut(const QByteArray &bytes)
 {
+    if (StandardStreams::wasClosed(STDOUT_FILENO)) {
+        Messages::report(QStringLiteral("cannot write standard output: it is closed"));
+        return false;
+    }
     const size_t size = static_cast<size_t>(bytes.size());
-    const bool ok = std::fwrite(bytes.constData(), 1, size, stdout) == size;
-    return std::fflush(stdout) == 0 && ok;
+    errno = 0;
+    const bool ok =
+        std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
+    if (!ok) {
+        const int reason = errno != 0 ? errno : EIO;
+        std::clearerr(stdout);
+        Messages::report(QStringLiteral("cannot write standard output: %1")
+                             .arg(QString::fromLocal8Bit(std::strerror(reason))));
+    }
+    return ok;
 }
 
 QString joined(const QStringList &names)
@@ -355,16 +373,10 @@ bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)
 
 bool PolicyTool::readPolicy(const QString &policyFile, QByteArray *text)
 {
-    QFile file(policyFile);
-    const bool opened = policyFile == StandardStream ? file.open(stdin, QIODevice::ReadOnly)
-                                                     : file.open(QIODevice::ReadOnly);
-    if (opened) {
-        *text = file.readAll();
-        if (file.error() == QFileDevice::NoError)
-            return true;
-    }
-    Messages::report(
-        QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), file.errorString()));
+    QString failure;
+    if (PolicyInput::read(policyFile == StandardStream ? QString() : policyFile, text, &failure))
+        return true;
+    Messages::report(QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), failure));
     return false;
 }
 
