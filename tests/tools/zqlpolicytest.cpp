@@ -13,9 +13,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include <csignal>
 #include <pty.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -237,6 +239,8 @@ private Q_SLOTS:
     void rootLayerExportToFile();
     void unreadablePolicy_data();
     void unreadablePolicy();
+    void interruptedDryRun_data();
+    void interruptedDryRun();
     void unboundedSource_data();
     void unboundedSource();
     void closedOrFullStream_data();
@@ -287,6 +291,7 @@ void ZqlPolicyTest::init()
 void ZqlPolicyTest::cleanup()
 {
     restore(m_snapshot);
+    QFile::remove(QStringLiteral("/var/lib/zql-sim/security-monitor/behaviour"));
     if (QFileInfo::exists(MonitorAway))
         QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
     QString error;
@@ -1089,6 +1094,68 @@ void ZqlPolicyTest::unreadablePolicy()
     QCOMPARE(missing.out, QByteArray());
     QCOMPARE(missing.err, QByteArray("zql-policy: cannot read \"" + path("absent.json").toUtf8() +
                                      "\": No such file or directory\n"));
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+namespace {
+const QString MonitorBehaviour = QStringLiteral("/var/lib/zql-sim/security-monitor/behaviour");
+// What the hanging security monitor runs (see sim/layer/usr/sbin/lumo-security-monitor).
+const QByteArray HangingMonitor = QByteArray("sleep\0"
+                                             "3600\0",
+                                             11);
+
+bool processWithCommandLine(const QByteArray &cmdline)
+{
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        if (ZqlTest::readBytes(QStringLiteral("/proc/%1/cmdline").arg(pid)) == cmdline)
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+// A dry run stopped while the sandboxed apply is half done: no partial diff, one line that says
+// what happened, and nothing it started is left running.
+void ZqlPolicyTest::interruptedDryRun_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("finalLine");
+    QTest::newRow("SIGTERM") << int(SIGTERM)
+                             << QByteArray(
+                                    "zql-policy: interrupted by SIGTERM; nothing was changed");
+    QTest::newRow("SIGINT") << int(SIGINT)
+                            << QByteArray("zql-policy: interrupted by SIGINT; nothing was changed");
+    QTest::newRow("SIGHUP") << int(SIGHUP)
+                            << QByteArray("zql-policy: interrupted by SIGHUP; nothing was changed");
+    QTest::newRow("SIGKILL") << int(SIGKILL) << QByteArray();
+}
+
+void ZqlPolicyTest::interruptedDryRun()
+{
+    QFETCH(int, signal);
+    QFETCH(QByteArray, finalLine);
+
+    QVERIFY(ZqlTest::writeBytes(MonitorBehaviour, "hang\n"));
+    QProcess process;
+    process.start(Program, {QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY(process.waitForStarted(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(processWithCommandLine(HangingMonitor), 10000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signal), 0);
+    const bool finished = process.waitForFinished(10000);
+    QFile::remove(MonitorBehaviour);
+    QVERIFY(finished);
+
+    QCOMPARE(process.readAllStandardOutput(), QByteArray());
+    if (signal == SIGKILL) {
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+    } else {
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 128 + signal);
+        QCOMPARE(lastLine(process.readAllStandardError()), finalLine);
+    }
+    QTRY_VERIFY2_WITH_TIMEOUT(!processWithCommandLine(HangingMonitor),
+                              "the security monitor the run started is still running", 10000);
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 }
 

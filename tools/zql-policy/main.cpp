@@ -13,6 +13,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -223,6 +224,28 @@ bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &f
     return false;
 }
 
+// Holds back SIGTERM, SIGHUP and SIGINT while it lives; one that came meanwhile is delivered
+// afterwards.
+class SignalsHeld
+{
+public:
+    SignalsHeld()
+    {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGTERM);
+        sigaddset(&set, SIGHUP);
+        sigaddset(&set, SIGINT);
+        ::sigprocmask(SIG_BLOCK, &set, &m_old);
+    }
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &m_old, nullptr); }
+    SignalsHeld(const SignalsHeld &) = delete;
+    SignalsHeld &operator=(const SignalsHeld &) = delete;
+
+private:
+    sigset_t m_old = {};
+};
+
 // The command once more, in the sandbox: over the layers given, or for a dry run.
 int runSandboxed(const CommandLine &line)
 {
@@ -267,6 +290,8 @@ int runSandboxed(const CommandLine &line)
         return PolicyTool::ExitFileError;
     if (line.dryRun &&
         (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
+        // The preview goes out whole: a termination signal waits until it is written.
+        SignalsHeld held;
         if (!writePreview(line, run.fileDiffs()))
             return PolicyTool::ExitFileError;
         const QStringList changes = run.changes();
