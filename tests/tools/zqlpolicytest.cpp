@@ -619,7 +619,9 @@ void ZqlPolicyTest::refused_data()
                       "value that ends up in a line-oriented system file must be one line of "
                       "printable text\n");
     QTest::newRow("carriage return in a nested value")
-        << head + "\"password-policy\": {\"complexity\": {\"note\": \"a\\rb\"}}}" << QStringList()
+        << head + "\"password-policy\": {\"complexity\": {\"note\": \"a\\rb\"}, "
+                  "\"validity-period\": {}}}"
+        << QStringList()
         << QByteArray("password-policy: \"complexity/note\" holds U+000D (carriage return) at "
                       "character 2; a value that ends up in a line-oriented system file must be "
                       "one line of printable text\n");
@@ -653,6 +655,75 @@ void ZqlPolicyTest::refused_data()
         << head + "\"login-local\": {\"login_state\": \"all\"}, "
                   "\"account-lockout\": {\"deny\": [true, 3], \"denny\": [true, 3]}}"
         << QStringList() << QByteArray("account-lockout: unknown key \"denny\"\n");
+    // Values the modules would misread, each of which once weakened the machine quietly.
+    const QByteArray words = "; expected one of \"all\", \"admin\", \"no\"\n";
+    const QByteArray denyRange =
+        "; expected a switched number: [true or false, an integer from 0 to 65535]\n";
+    const QByteArray complexityKeys =
+        "expected an object with the keys \"reject_username\", \"gecoscheck\", "
+        "\"enforce_for_root\", \"minlen\", \"lcredit\", \"ucredit\", \"dcredit\", \"ocredit\"\n";
+    const QByteArray days =
+        "; expected a switched number: [true or false, an integer from -1 to 99999]\n";
+    const QByteArray password = "\"password-policy\": {\"validity-period\": {}, ";
+    QTest::newRow("login_state Admin")
+        << head + "\"login-local\": {\"login_state\": \"Admin\"}}" << QStringList()
+        << "login-local: \"login_state\" is \"Admin\"" + words;
+    QTest::newRow("login_state with a blank")
+        << head + "\"login-local\": {\"login_state\": \"admin \"}}" << QStringList()
+        << "login-local: \"login_state\" is \"admin \"" + words;
+    QTest::newRow("login_state a number")
+        << head + "\"login-local\": {\"login_state\": 5}}" << QStringList()
+        << "login-local: \"login_state\" is 5" + words;
+    QTest::newRow("login_state null")
+        << head + "\"login-local\": {\"login_state\": null}}" << QStringList()
+        << "login-local: \"login_state\" is null" + words;
+    QTest::newRow("deny a plain number")
+        << head + "\"account-lockout\": {\"deny\": 5}}" << QStringList()
+        << "account-lockout: \"deny\" is 5" + denyRange;
+    QTest::newRow("deny a string")
+        << head + "\"account-lockout\": {\"deny\": \"5\"}}" << QStringList()
+        << "account-lockout: \"deny\" is \"5\"" + denyRange;
+    QTest::newRow("deny 1e30") << head + "\"account-lockout\": {\"deny\": [true, 1e30]}}"
+                               << QStringList()
+                               << "account-lockout: \"deny\" is [true,1e+30]" + denyRange;
+    QTest::newRow("deny 2^64 - 1")
+        << head + "\"account-lockout\": {\"deny\": [true, 18446744073709551615]}}" << QStringList()
+        << "account-lockout: \"deny\" is [true,18446744073709551615]" + denyRange;
+    QTest::newRow("minlen a plain number")
+        << head + password + "\"complexity\": {\"minlen\": 5}}}" << QStringList()
+        << QByteArray("password-policy: \"complexity/minlen\" is 5; expected a switched number: "
+                      "[true or false, an integer from 0 to 512]\n");
+    QTest::newRow("maxInterval a plain number")
+        << head + "\"password-policy\": {\"complexity\": {}, \"validity-period\": "
+                  "{\"maxInterval\": 5}}}"
+        << QStringList() << "password-policy: \"validity-period/maxInterval\" is 5" + days;
+    QTest::newRow("complexity a string")
+        << head + password + "\"complexity\": \"x\"}}" << QStringList()
+        << "password-policy: \"complexity\" is \"x\"; " + complexityKeys;
+    QTest::newRow("a misspelt nested key")
+        << head + password + "\"complexity\": {\"minlenx\": [true, 8]}}}" << QStringList()
+        << QByteArray("password-policy: unknown key \"complexity/minlenx\"\n");
+    QTest::newRow("password-policy without complexity")
+        << head + "\"password-policy\": {\"validity-period\": {}}}" << QStringList()
+        << "password-policy: \"complexity\" is missing; " + complexityKeys;
+    QTest::newRow("USERS_GID 2^32")
+        << head + "\"user-creation-policy\": {\"USERS_GID\": 4294967296}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERS_GID\" is 4294967296; expected an integer "
+                      "from 0 to 2147483647\n");
+    QTest::newRow("USERS_GID a group name")
+        << head + "\"user-creation-policy\": {\"USERS_GID\": \"users\"}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERS_GID\" is \"users\"; expected an integer "
+                      "from 0 to 2147483647\n");
+    QTest::newRow("USERGROUPS no")
+        << head + "\"user-creation-policy\": {\"USERGROUPS\": \"no\"}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERGROUPS\" is \"no\"; expected true or false\n");
+    QTest::newRow("a switch given no")
+        << head + "\"console-policy\": {\"console-tty-lock\": \"no\"}}" << QStringList()
+        << QByteArray("console-policy: \"console-tty-lock\" is \"no\"; expected true or false\n");
+    QTest::newRow("a switch given off")
+        << head + "\"system-parameters\": {\"param-swap-wipe\": \"off\"}}" << QStringList()
+        << QByteArray(
+               "system-parameters: \"param-swap-wipe\" is \"off\"; expected true or false\n");
     const QByteArray whole = head + "\"login-local\": {\"login_state\": \"all\"}}";
     QTest::newRow("a NUL byte after the document")
         << whole + '\0' + "garbage" << QStringList()

@@ -159,7 +159,8 @@ int validate(const CommandLine &line, const PolicyTool &tool)
     const bool takesModules = command == QLatin1String("get") || command == QLatin1String("export");
     if (command.isEmpty())
         return usageError(QStringLiteral("no command given"));
-    if (!takesFile && !takesModules && command != QLatin1String("list"))
+    if (!takesFile && !takesModules && command != QLatin1String("list") &&
+        command != QLatin1String("schema"))
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
         return usageError(QStringLiteral("--only is for check, apply and diff"));
@@ -181,8 +182,9 @@ int validate(const CommandLine &line, const PolicyTool &tool)
         return usageError(QStringLiteral("--stat and --full exclude each other"));
     if (!line.output.isEmpty() && command != QLatin1String("export"))
         return usageError(QStringLiteral("--output is for export"));
-    if (command == QLatin1String("list") && !line.positional.isEmpty())
-        return usageError(QStringLiteral("list takes no arguments"));
+    if ((command == QLatin1String("list") || command == QLatin1String("schema")) &&
+        !line.positional.isEmpty())
+        return usageError(QStringLiteral("%1 takes no arguments").arg(command));
     if (takesFile && line.positional.size() != 1)
         return usageError(QStringLiteral("%1 takes one policy file").arg(command));
     const QStringList unknown = tool.unknownModules(takesModules ? line.positional : line.only);
@@ -312,6 +314,8 @@ int runHere(const CommandLine &line, PolicyTool &tool)
         tool.setSourceName(line.sourceName);
     if (line.command == QLatin1String("list"))
         return tool.list();
+    if (line.command == QLatin1String("schema"))
+        return tool.schema();
     if (line.command == QLatin1String("get"))
         return tool.get(line.positional);
     if (line.command == QLatin1String("export"))

@@ -217,6 +217,43 @@ int PolicyTool::list()
     return writeOut(text) ? ExitSuccess : ExitFileError;
 }
 
+Json PolicyTool::jsonSchema() const
+{
+    Json modules = Json::array();
+    for (const QString &name : m_registry.names())
+        modules.push_back(name.toStdString());
+    Json properties = Json::object();
+    properties["format"] = Json{{"const", "zql-policy"}};
+    properties["version"] = Json{{"const", 1}};
+    properties["not-exported"] =
+        Json{{"type", "array"},
+             {"items", Json{{"enum", modules}}},
+             {"uniqueItems", true},
+             {"description", "the modules whose settings could not be read (export "
+                             "--skip-unreadable)"}};
+    for (const QString &name : m_registry.names()) {
+        Json section = m_registry.schema(name).jsonSchema();
+        section["description"] =
+            QStringLiteral("the settings of the module %1").arg(name).toStdString();
+        properties[name.toStdString()] = section;
+    }
+    Json schema = Json::object();
+    schema["$schema"] = "https://json-schema.org/draft/2020-12/schema";
+    schema["title"] = "zql-policy document";
+    schema["description"] = "A security policy for the modules of libzql-modules (format "
+                            "version 1); see docs/policy-format.md.";
+    schema["type"] = "object";
+    schema["properties"] = properties;
+    schema["required"] = Json::array({"format", "version"});
+    schema["additionalProperties"] = false;
+    return schema;
+}
+
+int PolicyTool::schema()
+{
+    return writeOut(PolicyJson::dump(jsonSchema())) ? ExitSuccess : ExitFileError;
+}
+
 int PolicyTool::get(const QStringList &modules)
 {
     Json result = Json::object();
