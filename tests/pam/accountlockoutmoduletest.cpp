@@ -8,6 +8,9 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+
+#include <limits>
 
 namespace {
 const QString CommonAuth = QStringLiteral("/etc/pam.d/common-auth");
@@ -89,6 +92,8 @@ private Q_SLOTS:
     void commonAuthUpdate_data();
     void commonAuthUpdate();
     void commonAuthUpdateMissingStack();
+    void unusableNumber_data();
+    void unusableNumber();
 
 private:
     ZqlTest::PamSnapshot m_snapshot;
@@ -519,6 +524,46 @@ void AccountLockoutModuleTest::commonAuthUpdateMissingStack()
     QVERIFY(!QFile::exists(CommonAuth));
     QCOMPARE(streams.error, QByteArray("account-lockout : \"/etc/pam.d/common-auth\" error 5\n"
                                        "No such file or directory\n"));
+}
+
+// A number no file can hold (and whose conversion would be undefined) is refused before
+// anything changes: the profile stays in the stack and pam-auth-update does not run.
+void AccountLockoutModuleTest::unusableNumber_data()
+{
+    QTest::addColumn<QVariant>("deny");
+    QTest::addColumn<QByteArray>("shown");
+    QTest::newRow("1e30") << QVariant(QJsonArray{true, 1e30}) << QByteArray("1e+30");
+    QTest::newRow("infinity") << QVariant(QJsonArray{true, std::numeric_limits<double>::infinity()})
+                              << QByteArray("inf");
+    QTest::newRow("a fraction") << QVariant(QJsonArray{true, 5.5}) << QByteArray("5.5");
+    QTest::newRow("2^64 - 1 from a host's list")
+        << QVariant(QVariantList{true, std::numeric_limits<qulonglong>::max()})
+        << QByteArray("18446744073709552000");
+    QTest::newRow("switched off does not help")
+        << QVariant(QJsonArray{false, -1e300}) << QByteArray("-1e+300");
+}
+
+void AccountLockoutModuleTest::unusableNumber()
+{
+    QFETCH(QVariant, deny);
+    QFETCH(QByteArray, shown);
+
+    const QStringList calls = ZqlTest::pamAuthUpdateCalls();
+    const QByteArray stack = ZqlTest::readBytes(CommonAuth);
+    AccountLockoutModule module;
+    bool failed = false;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        failed = module.setSettings({{QStringLiteral("deny"), deny}});
+    });
+    QVERIFY(failed);
+    QCOMPARE(streams.error,
+             "account-lockout : \"deny\" holds " + shown +
+                 ": a switched number needs a whole number from -9007199254740992 to "
+                 "9007199254740992\n");
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(ZqlTest::readBytes(TallyProfile), Profile);
+    QCOMPARE(ZqlTest::readBytes(CommonAuth), stack);
+    QCOMPARE(ZqlTest::pamAuthUpdateCalls(), calls);
 }
 
 ZQL_SANDBOXED_TEST_MAIN(AccountLockoutModuleTest)
