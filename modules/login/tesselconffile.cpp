@@ -4,6 +4,7 @@
 #include "filenotexistexception.h"
 #include "openfileexception.h"
 #include "savefile_p.h"
+#include "tesselconffile_p.h"
 #include "writefileexception.h"
 
 #include <QFile>
@@ -135,9 +136,16 @@ TesselConfFile::State TesselConfFile::readState(const QString &path)
     if (!file.open(mode))
         throw OpenFileException(path, mode, file.errorString());
 
+    const State state = loginStateIn(file);
+    file.close();
+    return state;
+}
+
+TesselConfFile::State loginStateIn(QIODevice &device)
+{
     // The last valid line wins.
-    State state = Unknown;
-    QTextStream stream(&file);
+    TesselConfFile::State state = TesselConfFile::Unknown;
+    QTextStream stream(&device);
     while (!stream.atEnd()) {
         const QString line = stream.readLine();
         if (line.trimmed().startsWith(QLatin1Char('#')))
@@ -146,7 +154,6 @@ TesselConfFile::State TesselConfFile::readState(const QString &path)
         if (match.hasMatch())
             state = stateOfWord(match.captured(ValueGroup));
     }
-    file.close();
     return state;
 }
 
