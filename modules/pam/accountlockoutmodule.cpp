@@ -101,7 +101,7 @@ QStringList AccountLockoutModule::isParametersCorrect(QSet<QString> parameters)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 QString AccountLockoutModule::rewritePamTallyFile(QHash<QString, QVariant> settings)
 {
-    const QString unusable = SwitchedNumber::unusableNumber(settings, NumberKeys);
+    QString unusable = SwitchedNumber::unusableNumber(settings, NumberKeys);
     if (!unusable.isNull())
         return unusable;
     QString errors;
