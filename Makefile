@@ -4,6 +4,9 @@
 #   make test-unit       only the suites that need neither root nor the sandbox (label "unit")
 #   make test-vendor     the library linked against a stand-in vendor platform library, with the
 #                        platform suite
+#   make test-fuzz       every libFuzzer target for FUZZ_SECONDS (default 20) over its seed
+#                        corpus, in a clang build with ASan and UBSan (CI)
+#   make fuzz            the same for FUZZ_SECONDS=600 each
 #   make bench           the benchmarks, in the sandbox
 #   make demo            zql-policy on the simulated system in the sandbox: the modules, an
 #                        export, the drift from examples/hardening.json and a dry run of it
@@ -13,6 +16,8 @@
 BUILD_DIR ?= build
 SANITIZE_DIR ?= build-sanitize
 VENDOR_DIR ?= build-vendor
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 20
 JOBS ?= $(shell nproc)
 # Warnings as errors: CI turns this on (.ci/run); a plain build keeps them warnings.
 ZQL_WERROR ?= OFF
@@ -21,13 +26,15 @@ ZQL_WERROR ?= OFF
 # (a recommendation that --no-install-recommends would drop; without it pwquality refuses every
 # password) and the account tools. Installing libpam-pwquality runs pam-auth-update on the
 # machine: pam_pwquality joins its common-password.
-# patch and git check that the dry-run diff applies (tests/tools).
+# patch and git check that the dry-run diff applies (tests/tools); python3-jsonschema reads the
+# JSON Schema of "zql-policy schema" as an editor does.
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
                   qttools5-dev-tools tar util-linux libbenchmark-dev nlohmann-json3-dev diffutils \
                   libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd clang-tidy \
-                  patch git
+                  patch git python3-jsonschema clang libclang-rt-14-dev
 
-.PHONY: all deps build build-sanitize test test-sanitize test-unit test-vendor bench demo clean
+.PHONY: all deps build build-sanitize test test-sanitize test-unit test-vendor test-fuzz fuzz \
+        bench demo clean
 
 all: build
 
@@ -72,6 +79,20 @@ test-vendor: deps
 	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
 	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest
 	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
+
+# The fuzzers: a clang build of the library and zql-policy's core with libFuzzer, ASan and UBSan.
+# Each target starts from its seed corpus (fuzz/corpus/<target>) and runs FUZZ_SECONDS; what it
+# finds beyond the seeds stays in the build tree. A crash, a hang past 10 s or a sanitizer
+# report fails the run, and the input that did it is left in $(FUZZ_DIR)/findings.
+test-fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	    -DZQL_FUZZ=ON -DZQL_WERROR=$(ZQL_WERROR) -DZQL_BUILD_TESTS=OFF \
+	    -DZQL_BUILD_BENCHMARKS=OFF -DZQL_TIDY_TESTS=OFF
+	cmake --build $(FUZZ_DIR) -j $(JOBS) --target fuzzers
+	@sh fuzz/run-fuzzers.sh $(FUZZ_DIR) $(FUZZ_SECONDS)
+
+fuzz:
+	$(MAKE) test-fuzz FUZZ_SECONDS=600
 
 # Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
 bench: build

@@ -85,6 +85,81 @@ void BM_RewriteFileWithHandler(benchmark::State &state)
 }
 BENCHMARK(BM_RewriteFileWithHandler)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
+// A file of @p lines lines, one setting in ten, the rest comments.
+QByteArray linesOfSettings(int lines)
+{
+    QByteArray content;
+    content.reserve(lines * 40);
+    for (int i = 0; i < lines; ++i) {
+        if (i % 10 == 0)
+            content += "KEY_" + QByteArray::number(i) + "\t\t" + QByteArray::number(i) + '\n';
+        else
+            content += "# comment line " + QByteArray::number(i) + " about a setting\n";
+    }
+    return content;
+}
+
+struct LargeFile
+{
+    explicit LargeFile(int lines)
+    {
+        path = dir.path() + QStringLiteral("/large.conf");
+        QFile file(path);
+        if (file.open(QIODevice::WriteOnly))
+            file.write(linesOfSettings(lines));
+    }
+    QTemporaryDir dir;
+    QString path;
+};
+
+// A rewrite of files of 400, 10 000 and 100 000 lines, without backup.
+void BM_RewriteLines(benchmark::State &state)
+{
+    const LargeFile file(static_cast<int>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) {
+        KeyHandler handler;
+        QString errors;
+        if (!rewriteFileWithHandler(file.path, handler, errors, false))
+            state.SkipWithError("rewrite failed");
+    }
+}
+BENCHMARK(BM_RewriteLines)->Arg(400)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+// What a rewrite cannot do without: its copy of the target through cp, and one pass that reads
+// the lines, matches them and writes them through a buffer, then the rename. BM_RewriteLines is
+// measured against it.
+void BM_CopyAndBufferedPass(benchmark::State &state)
+{
+    const LargeFile file(static_cast<int>(state.range(0)));
+    const QString temporaryPath = file.path + QStringLiteral(".tmp");
+    for ([[maybe_unused]] auto _ : state) {
+        QString errors;
+        if (!copyFile(file.path, temporaryPath, errors)) {
+            state.SkipWithError("copy failed");
+            break;
+        }
+        QFile input(file.path);
+        QFile output(temporaryPath);
+        if (!input.open(QIODevice::ReadOnly) ||
+            !output.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+            state.SkipWithError("open failed");
+            break;
+        }
+        KeyHandler handler;
+        while (!input.atEnd()) {
+            QByteArray line = input.readLine();
+            const QString content = QString::fromLocal8Bit(line).trimmed();
+            if (handler.regExp().indexIn(content) != -1 && handler.handleLine(&line))
+                line += '\n';
+            output.write(line);
+        }
+        output.close();
+        if (!QFile::remove(file.path) || !QFile::rename(temporaryPath, file.path))
+            state.SkipWithError("rename failed");
+    }
+}
+BENCHMARK(BM_CopyAndBufferedPass)->Arg(400)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
 void BM_RunProcessTrue(benchmark::State &state)
 {
     for ([[maybe_unused]] auto _ : state) {

@@ -5,8 +5,16 @@
 #include "processrunner.h"
 #include "regexphandler.h"
 
+#include "fileattributes_p.h"
+
 #include <QFile>
+#include <QFileInfo>
 #include <QObject>
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 const QString CopyProgram = QStringLiteral("cp");
@@ -15,6 +23,7 @@ const QStringList CopyOptions = {QStringLiteral("--force"),
 const QString TemporaryNameFormat = QStringLiteral("%1.tmp");
 const QString BackupNameFormat = QStringLiteral("%1.bak");
 const char CommentSign = '#';
+const int WriteBlockSize = 64 * 1024;
 
 QString notExistsMessage(const QFile &file)
 {
@@ -47,9 +56,9 @@ QByteArray keptComment(const QByteArray &rawLine)
     return '\t' + text.toLocal8Bit();
 }
 
-// Writes all of @p bytes. The file is unbuffered, so a short write (a disk that fills up
-// midway) is retried once for the rest, which then fails with the system's reason set on the
-// device instead of passing unnoticed.
+// Writes all of @p bytes to the unbuffered @p file. A short write (a disk that fills up midway)
+// is retried for the rest, which then fails with the system's reason set on the device instead
+// of passing unnoticed.
 bool writeAll(QFile &file, const QByteArray &bytes)
 {
     qint64 written = 0;
@@ -61,6 +70,83 @@ bool writeAll(QFile &file, const QByteArray &bytes)
     }
     return true;
 }
+
+QString systemErrorMessage(const QString &fileName, QFileDevice::FileError code, int errnum)
+{
+    return QObject::tr("\"%1\" error %2\n%3")
+        .arg(fileName, QString::number(code), QString::fromLocal8Bit(std::strerror(errnum)));
+}
+
+// The rewrite's temporary copy. It is removed when the rewrite gives up, so that no partial or
+// stale copy stays where a tool reads the whole directory.
+class TemporaryCopy : public QFile
+{
+public:
+    explicit TemporaryCopy(const QString &name)
+        : QFile(name)
+    {}
+    TemporaryCopy(const TemporaryCopy &) = delete;
+    TemporaryCopy &operator=(const TemporaryCopy &) = delete;
+    TemporaryCopy(TemporaryCopy &&) = delete;
+    TemporaryCopy &operator=(TemporaryCopy &&) = delete;
+    ~TemporaryCopy() override
+    {
+        if (!m_replaced) {
+            close();
+            // Something that was in the way (a directory, say) is not ours to remove.
+            if (QFileInfo(fileName()).isFile())
+                remove();
+        }
+    }
+
+    // Flushes the copy and makes it durable with the attributes of @p original (extended
+    // attributes included, which cp leaves behind), then closes it.
+    bool finish(const QString &original)
+    {
+        int failure = keepFileAttributes(handle(), original);
+        if (failure == 0 && ::fsync(handle()) != 0)
+            failure = errno;
+        if (failure != 0) {
+            m_failure = systemErrorMessage(fileName(), QFileDevice::WriteError, failure);
+            return false;
+        }
+        close();
+        if (error() != QFileDevice::NoError) {
+            m_failure = fileErrorMessage(*this);
+            return false;
+        }
+        return true;
+    }
+
+    // Renames the copy over @p target.
+    bool replace(const QString &target)
+    {
+        if (::rename(QFile::encodeName(fileName()).constData(),
+                     QFile::encodeName(target).constData()) != 0) {
+            m_failure = systemErrorMessage(target, QFileDevice::RenameError, errno);
+            return false;
+        }
+        m_replaced = true;
+        syncDirectoryOf(target);
+        return true;
+    }
+
+    QString failureMessage() const { return m_failure; }
+
+private:
+    static void syncDirectoryOf(const QString &path)
+    {
+        const int directory = ::open(QFile::encodeName(QFileInfo(path).absolutePath()).constData(),
+                                     O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (directory < 0)
+            return;
+        ::fsync(directory); // the rename is done; this only makes it durable sooner
+        ::close(directory);
+    }
+
+    QString m_failure;
+    bool m_replaced = false;
+};
 } // namespace
 
 bool readFileWithHandler(const QString &path, RegExpHandler &handler, QString &errors)
@@ -98,12 +184,17 @@ bool rewriteFileWithHandler(const QString &path, RegExpHandler &handler, QString
         return false;
     }
 
+    // A symbolic link stays a link: the file it points to is the one rewritten, and its
+    // temporary copy lies beside it so that the final rename stays in one directory.
+    const QString realPath =
+        QFileInfo(path).isSymLink() ? QFileInfo(path).canonicalFilePath() : path;
     // The temporary copy starts as a copy of the target so that it carries its mode and owner.
-    const QString temporaryPath = TemporaryNameFormat.arg(path);
-    if (!copyFile(path, temporaryPath, errors))
+    // Whatever the rewrite leaves of it on a failure is removed: tools such as pam-auth-update
+    // read every file of their directory.
+    TemporaryCopy temporary(TemporaryNameFormat.arg(realPath));
+    if (!copyFile(realPath, temporary.fileName(), errors))
         return false;
 
-    QFile temporary(temporaryPath);
     if (!target.open(QIODevice::ReadOnly)) {
         appendMessage(errors, fileErrorMessage(target));
         return false;
@@ -113,8 +204,9 @@ bool rewriteFileWithHandler(const QString &path, RegExpHandler &handler, QString
         return false;
     }
 
-    // A read error or a full disk must not reach the target: a short temporary copy would
-    // replace the whole file.
+    // The copy is written in large blocks rather than a system call per line; every block is
+    // written whole or the rewrite stops, leaving the target as it was.
+    QByteArray pending;
     bool written = true;
     while (written && !target.atEnd()) {
         QByteArray line = target.readLine();
@@ -129,17 +221,26 @@ bool rewriteFileWithHandler(const QString &path, RegExpHandler &handler, QString
                 line += '\n';
             }
         }
-        written = writeAll(temporary, line);
+        pending += line;
+        if (pending.size() >= WriteBlockSize) {
+            written = writeAll(temporary, pending);
+            pending.clear();
+        }
     }
     QByteArray tail;
     if (written && handler.appendMissing(&tail))
-        written = writeAll(temporary, tail);
+        pending += tail;
+    if (written)
+        written = writeAll(temporary, pending);
     if (!written) {
         appendMessage(errors, fileErrorMessage(temporary));
         return false;
     }
+    if (!temporary.finish(realPath)) {
+        appendMessage(errors, temporary.failureMessage());
+        return false;
+    }
     target.close();
-    temporary.close();
 
     if (makeBackup) {
         const QString backupPath = BackupNameFormat.arg(path);
@@ -151,11 +252,10 @@ bool rewriteFileWithHandler(const QString &path, RegExpHandler &handler, QString
         }
     }
 
-    if (!copyFile(temporaryPath, path, errors))
-        return false;
-
-    if (!temporary.remove()) {
-        appendMessage(errors, fileErrorMessage(temporary));
+    // The new content takes the target's place in one step: the target holds either all of its
+    // old bytes or all of its new ones, whatever happens meanwhile.
+    if (!temporary.replace(realPath)) {
+        appendMessage(errors, temporary.failureMessage());
         return false;
     }
     return true;
@@ -170,15 +270,4 @@ QString fileErrorMessage(const QFileDevice &file)
 {
     return QObject::tr("\"%1\" error %2\n%3")
         .arg(file.fileName(), QString::number(file.error()), file.errorString());
-}
-
-bool commitChecked(QSaveFile &file)
-{
-    // Without a commit the save file throws its temporary copy away when it is destroyed.
-    return file.flush() && file.error() == QFileDevice::NoError && file.commit();
-}
-
-bool saveWhole(QSaveFile &file, const QByteArray &bytes)
-{
-    return file.write(bytes) == bytes.size() && commitChecked(file);
 }

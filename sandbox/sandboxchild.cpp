@@ -16,6 +16,7 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -196,6 +197,45 @@ void takeSignals(SandboxSignals &saved)
     ::_exit(127);
 }
 
+// The first process of the command's PID namespace: mounts the namespace's own /proc, runs the
+// command, reaps whatever is orphaned meanwhile, and passes the command's wait status to the
+// sandbox process on @p statusFd. Terminal signals do not end it (the kernel keeps default
+// signals from the first process of a namespace), so it outlives the command to report.
+[[noreturn]] void initMain(const Plan &plan, int parentAliveFd, dev_t mergedDev,
+                           const SandboxSignals &signals, int statusFd)
+{
+    if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0)
+        fail(plan, StepParentDeath, 0, errno);
+    // Its parent lies outside the namespace, so getppid() says nothing: the sandbox process
+    // holds the other end of parentAliveFd, and a hang-up there means it died before the
+    // parent-death signal was set.
+    struct pollfd parent = {parentAliveFd, POLLIN, 0};
+    if (::poll(&parent, 1, 0) != 0)
+        ::_exit(Sandbox::ExitSetupFailed);
+    if (::mount("proc", plan.mergedProc.c_str(), "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC,
+                nullptr) != 0)
+        fail(plan, StepMountProc, 0, errno);
+    pid_t self = ::getpid();
+    pid_t command = ::fork();
+    if (command < 0)
+        fail(plan, StepForkCommand, 0, errno);
+    if (command == 0)
+        commandMain(plan, self, mergedDev, signals);
+    int status = 0;
+    for (;;) {
+        int reaped = 0;
+        const pid_t pid = ::waitpid(-1, &reaped, 0);
+        if (pid == command) {
+            status = reaped;
+            break;
+        }
+        if (pid < 0 && errno != EINTR)
+            fail(plan, StepWaitCommand, 0, errno);
+    }
+    writeAll(statusFd, &status, sizeof status);
+    ::_exit(0); // the kernel now ends what the command left running
+}
+
 void mountOrFail(const Plan &plan, Step step, int index, const char *source, const char *target,
                  const char *type, unsigned long flags, const char *options)
 {
@@ -293,28 +333,50 @@ void mountOrFail(const Plan &plan, Step step, int index, const char *source, con
     takeSignals(signals);
     if (callerTerminate.sa_handler == SIG_IGN)
         signals.terminate = callerTerminate;
-    pid_t self = ::getpid();
-    pid_t command = ::fork();
-    if (command < 0)
-        fail(plan, StepForkCommand, 0, errno);
-    if (command == 0)
-        commandMain(plan, self, mergedStat.st_dev, signals);
-    commandPid = command;
+
+    // The command runs in a PID namespace of its own, below a first process (its init): when
+    // that process ends, the kernel kills whatever is left in the namespace, so nothing the
+    // command started outlives the sandbox, even when the sandbox itself is killed.
+    int statusPipe[2];
+    int alivePipe[2];
+    if (::pipe2(statusPipe, O_CLOEXEC) != 0 || ::pipe2(alivePipe, O_CLOEXEC) != 0)
+        fail(plan, StepForkInit, 0, errno);
+    if (::unshare(CLONE_NEWPID) != 0)
+        fail(plan, StepUnsharePid, 0, errno);
+    pid_t init = ::fork();
+    if (init < 0)
+        fail(plan, StepForkInit, 0, errno);
+    if (init == 0) {
+        ::close(statusPipe[0]);
+        ::close(alivePipe[1]);
+        initMain(plan, alivePipe[0], mergedStat.st_dev, signals, statusPipe[1]);
+    }
+    ::close(statusPipe[1]);
+    ::close(alivePipe[0]); // the write end stays open as long as this process lives
+    commandPid = init;
     if (stopRequested)
-        ::kill(command, SIGKILL);
+        ::kill(init, SIGKILL);
 
     // Wait without reaping first: the handler must never kill a pid that was reused.
     siginfo_t info;
     int waited;
     do {
-        waited = ::waitid(P_PID, static_cast<id_t>(command), &info, WEXITED | WNOWAIT);
+        waited = ::waitid(P_PID, static_cast<id_t>(init), &info, WEXITED | WNOWAIT);
     } while (waited < 0 && errno == EINTR);
     if (waited < 0)
         fail(plan, StepWaitCommand, 0, errno);
     commandPid = 0;
-    int status = 0;
-    if (waitFor(command, &status) < 0)
+    int initStatus = 0;
+    if (waitFor(init, &initStatus) < 0)
         fail(plan, StepWaitCommand, 0, errno);
+    // The command's own status, as its init passed it on; an init that was killed (by a stop,
+    // say) took the command with it, and its status stands for the command's.
+    int status = initStatus;
+    size_t got = 0;
+    int passed = 0;
+    if (readFull(statusPipe[0], &passed, sizeof passed, got) && got == sizeof passed)
+        status = passed;
+    ::close(statusPipe[0]);
     killLeftovers();
     sendRecord(plan, RecordDone, StepWaitCommand, 0, 0, status);
 

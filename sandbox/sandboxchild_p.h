@@ -30,6 +30,9 @@ enum Step : std::int32_t {
     StepMakeShareDir, // index: which of Plan::shareDirs
     StepMountShare,   // index: which of Plan::shareSources
     StepSubreaper,
+    StepUnsharePid,
+    StepForkInit,
+    StepMountProc,
     StepForkCommand,
     StepChroot,
     StepChdir,

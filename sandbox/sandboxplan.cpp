@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -96,12 +98,64 @@ std::string parentDir(const std::string &path)
     return slash == 0 ? std::string("/") : p.substr(0, slash);
 }
 
+const char TemporaryDir[] = "/tmp";
+const char BasePrefix[] = "zsb.";
+// Taken while a base directory is created and locked, and while stale ones are looked for, so
+// that a base is never taken for stale between its creation and its lock.
+const char BaseCreationLock[] = "/tmp/zsb.lock";
+
+bool isBaseName(const char *name)
+{
+    return std::strncmp(name, BasePrefix, sizeof BasePrefix - 1) == 0 &&
+           std::strlen(name) == sizeof BasePrefix - 1 + 6;
+}
+
+// A sandbox whose caller was killed leaves its base directory in /tmp (empty there: its mounts
+// were in the namespace that went with it). Every live sandbox holds a lock on its base; a
+// base of ours that nobody holds is removed.
+void removeStaleBases()
+{
+    DIR *dir = ::opendir(TemporaryDir);
+    if (!dir)
+        return;
+    const int dirFd = ::dirfd(dir);
+    while (const struct dirent *entry = ::readdir(dir)) {
+        if (!isBaseName(entry->d_name))
+            continue;
+        struct stat st;
+        if (::fstatat(dirFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid())
+            continue;
+        Fd base(::openat(dirFd, entry->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (base.get() < 0 || ::flock(base.get(), LOCK_EX | LOCK_NB) != 0)
+            continue;                                   // in use
+        ::unlinkat(dirFd, entry->d_name, AT_REMOVEDIR); // only ever empty
+    }
+    ::closedir(dir);
+}
+
 } // namespace
 
 Plan::~Plan()
 {
     if (!base.empty())
         ::rmdir(base.c_str());
+}
+
+std::string Plan::makeBase()
+{
+    Fd creation(::open(BaseCreationLock, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (creation.get() < 0 || ::flock(creation.get(), LOCK_EX) != 0)
+        return std::string("lock ") + BaseCreationLock + ": " + std::strerror(errno);
+    removeStaleBases();
+    char baseTemplate[] = "/tmp/zsb.XXXXXX";
+    if (!::mkdtemp(baseTemplate))
+        return std::string("create a directory in /tmp: ") + std::strerror(errno);
+    base = baseTemplate;
+    baseLock.reset(::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (baseLock.get() < 0 || ::flock(baseLock.get(), LOCK_EX) != 0)
+        return "lock " + base + ": " + std::strerror(errno);
+    return {};
 }
 
 std::string Plan::prepare(const Sandbox &sandbox, const std::vector<std::string> &command)
@@ -143,10 +197,9 @@ std::string Plan::prepare(const Sandbox &sandbox, const std::vector<std::string>
     rootMode = root.st_mode & 07777;
     hostRootDev = root.st_dev;
 
-    char baseTemplate[] = "/tmp/zsb.XXXXXX";
-    if (!::mkdtemp(baseTemplate))
-        return std::string("create a directory in /tmp: ") + std::strerror(errno);
-    base = baseTemplate;
+    problem = makeBase();
+    if (!problem.empty())
+        return problem;
 
     layOut(shares, sandbox.tmpfsSize());
     prepareCommand(command, ns.st_ino);
@@ -200,6 +253,7 @@ void Plan::layOut(const std::vector<std::string> &shares, const std::string &tmp
         systemDirs.emplace_back(dir);
         systemTargets.push_back(merged + dir);
     }
+    mergedProc = merged + "/proc";
     mergedTmp = merged + "/tmp";
     mergedShm = merged + "/dev/shm";
     for (size_t i = 0; i < shares.size(); ++i) {

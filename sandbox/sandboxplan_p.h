@@ -2,6 +2,8 @@
 // list and environment the forked processes use, prepared before fork().
 #pragma once
 
+#include "posixio_p.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -30,6 +32,9 @@ struct Plan
     // without ErrorPrefix, or an empty text.
     std::string prepare(const Sandbox &sandbox, const std::vector<std::string> &command);
 
+    // Removes the bases that killed sandboxes left in /tmp, then creates and locks base.
+    std::string makeBase();
+
     pid_t caller = 0;
     int reportFd = -1;  // write end: records to the caller; set by SandboxProcess
     int releaseFd = -1; // read end: EOF when the caller has looked at the upper layer; likewise
@@ -39,6 +44,7 @@ struct Plan
     bool createKeep = false;         // keep does not exist yet
 
     std::string base; // the tmpfs holding everything below
+    Fd baseLock;      // held while the sandbox lives: a base nobody holds was left by a kill
     std::string baseOptions;
     std::vector<std::string> dirs;                  // created on the tmpfs, in this order
     std::vector<std::string> layerDirs;             // copies of the layers on the tmpfs
@@ -50,6 +56,7 @@ struct Plan
     std::string overlayOptions;
     std::vector<std::string> systemDirs;    // /proc, /sys, /dev
     std::vector<std::string> systemTargets; // the same under merged
+    std::string mergedProc;                 // a fresh /proc of the command's own PID namespace
     std::string mergedTmp;
     std::string mergedShm;
     std::string tmpOptions;

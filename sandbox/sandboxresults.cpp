@@ -151,6 +151,15 @@ std::string describeFailure(const Plan &plan, const Record &r)
     case StepSubreaper:
         step = "become the subreaper of the command";
         break;
+    case StepUnsharePid:
+        step = "unshare the PID namespace";
+        break;
+    case StepForkInit:
+        step = "fork the first process of the PID namespace";
+        break;
+    case StepMountProc:
+        step = "mount proc on " + plan.mergedProc;
+        break;
     case StepForkCommand:
         step = "fork the command";
         break;

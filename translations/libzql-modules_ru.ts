@@ -155,6 +155,10 @@ a lock-file that provides scripts synchronization</source>
         <source>Default password expiration policy will be applied only for new user creation</source>
         <translation>Политика срока действия паролей по умолчанию будет применяться только к вновь создаваемым пользователям</translation>
     </message>
+    <message>
+        <source>&quot;%1&quot; holds %2: a switched number needs a whole number from -9007199254740992 to 9007199254740992</source>
+        <translation>&quot;%1&quot; содержит %2: переключаемому числу нужно целое число от -9007199254740992 до 9007199254740992</translation>
+    </message>
 </context>
 <context>
     <name>TesselConfFile</name>

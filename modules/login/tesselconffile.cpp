@@ -3,11 +3,12 @@
 #include "configfileengine_p.h"
 #include "filenotexistexception.h"
 #include "openfileexception.h"
+#include "savefile_p.h"
+#include "tesselconffile_p.h"
 #include "writefileexception.h"
 
 #include <QFile>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QTextStream>
 
 namespace {
@@ -135,9 +136,16 @@ TesselConfFile::State TesselConfFile::readState(const QString &path)
     if (!file.open(mode))
         throw OpenFileException(path, mode, file.errorString());
 
+    const State state = loginStateIn(file);
+    file.close();
+    return state;
+}
+
+TesselConfFile::State loginStateIn(QIODevice &device)
+{
     // The last valid line wins.
-    State state = Unknown;
-    QTextStream stream(&file);
+    TesselConfFile::State state = TesselConfFile::Unknown;
+    QTextStream stream(&device);
     while (!stream.atEnd()) {
         const QString line = stream.readLine();
         if (line.trimmed().startsWith(QLatin1Char('#')))
@@ -146,7 +154,6 @@ TesselConfFile::State TesselConfFile::readState(const QString &path)
         if (match.hasMatch())
             state = stateOfWord(match.captured(ValueGroup));
     }
-    file.close();
     return state;
 }
 
@@ -158,7 +165,7 @@ void TesselConfFile::writeState(const QString &path, State state)
     const QIODevice::OpenMode readMode = QIODevice::ReadOnly | QIODevice::Text;
     if (!input.open(readMode))
         throw OpenFileException(path, readMode, input.errorString());
-    QSaveFile output(path);
+    SaveFile output(path);
     const QIODevice::OpenMode writeMode = QIODevice::WriteOnly | QIODevice::Text;
     if (!output.open(writeMode))
         throw OpenFileException(path, writeMode, output.errorString());
@@ -186,6 +193,6 @@ void TesselConfFile::writeState(const QString &path, State state)
         out << newLine;
 
     out.flush();
-    if (!commitChecked(output))
+    if (!output.commitChecked())
         throw WriteFileException(path, output.errorString());
 }

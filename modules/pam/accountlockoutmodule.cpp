@@ -6,12 +6,12 @@
 #include "configfileengine.h"
 #include "configfileengine_p.h"
 #include "diagnosticstreams_p.h"
+#include "savefile_p.h"
 #include "switchednumber_p.h"
 
 #include <QFile>
 #include <QObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSet>
 
 #include <utility>
@@ -22,6 +22,8 @@ const QString TallyProfile = QStringLiteral("/usr/share/pam-configs/tally");
 const QString CommonAuth = QStringLiteral("/etc/pam.d/common-auth");
 const QString PamAuthUpdate = QStringLiteral("pam-auth-update");
 const QString TallyModule = QStringLiteral("pam_tally.so");
+const QStringList NumberKeys = {AccountLockout::DenyKey, AccountLockout::LockTimeKey,
+                                AccountLockout::UnlockTimeKey};
 const QRegularExpression DenyOption(QStringLiteral("\\bdeny=(?<deny>\\d+)\\b"));
 const QString DenyFormat = QStringLiteral("deny=%1");
 const QSet<QString> KnownKeys = {AccountLockout::PerUserKey,  AccountLockout::MagicRootKey,
@@ -61,6 +63,12 @@ SettingsReply AccountLockoutModule::getSettings()
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the contract takes the settings by value
 bool AccountLockoutModule::setSettings(QHash<QString, QVariant> settings)
 {
+    // A number no file can hold is refused before the profile leaves the stack.
+    const QString unusable = SwitchedNumber::unusableNumber(settings, NumberKeys);
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return true;
+    }
     // Out of the stack first, so that the stack never runs a half-written profile; the new
     // options reach the stack when the profile is put back.
     QString error = pamAuthUpdate(false);
@@ -93,6 +101,9 @@ QStringList AccountLockoutModule::isParametersCorrect(QSet<QString> parameters)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 QString AccountLockoutModule::rewritePamTallyFile(QHash<QString, QVariant> settings)
 {
+    QString unusable = SwitchedNumber::unusableNumber(settings, NumberKeys);
+    if (!unusable.isNull())
+        return unusable;
     QString errors;
     AccountLockout::RewriterRegExpHandler rewriter(settings);
     if (rewriteFileWithHandler(TallyProfile, rewriter, errors, false) && !rewriter.found())
@@ -111,6 +122,11 @@ QString AccountLockoutModule::pamAuthUpdate(bool enable)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 void AccountLockoutModule::commonAuthUpdate(QHash<QString, QVariant> settings)
 {
+    const QString unusable = SwitchedNumber::unusableNumber(settings, NumberKeys);
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return;
+    }
     const QJsonArray deny = SwitchedNumber::setting(settings, AccountLockout::DenyKey);
     QFile input(CommonAuth);
     if (!input.open(QIODevice::ReadOnly)) {
@@ -135,11 +151,11 @@ void AccountLockoutModule::commonAuthUpdate(QHash<QString, QVariant> settings)
 
     // The stack is replaced whole or not at all: a half-written common-auth could lock out
     // every user.
-    QSaveFile output(CommonAuth);
+    SaveFile output(CommonAuth);
     if (!output.open(QIODevice::WriteOnly)) {
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
         return;
     }
-    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8()))
+    if (!output.saveWhole(lines.join(QLatin1Char('\n')).toUtf8()))
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
 }

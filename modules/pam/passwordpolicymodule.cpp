@@ -10,6 +10,7 @@
 #include "passwordvalidityperiodreaderregexphandler.h"
 #include "passwordvalidityperiodrewriterregexphandler.h"
 #include "processrunner_p.h"
+#include "savefile_p.h"
 #include "switchednumber_p.h"
 #include "useraddreaderregexphandler.h"
 #include "useraddrewriterregexphandler.h"
@@ -17,7 +18,6 @@
 #include <QFile>
 #include <QObject>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QSet>
 
 namespace {
@@ -56,6 +56,24 @@ const QString HistoryProfileTemplate =
                    "\trequisite\t\t\tpam_pwhistory.so %1\n");
 
 // The settings value under @p key as a hash; hosts that built it from JSON may hand a map.
+// The message for the first switched number of the three parts that no file can hold, or a
+// null text.
+QString unusableNumbers(const QHash<QString, QVariant> &complexity,
+                        const QHash<QString, QVariant> &validityPeriod,
+                        const QHash<QString, QVariant> &history)
+{
+    QString message = SwitchedNumber::unusableNumber(complexity, PasswordComplexity::NumberKeys);
+    if (message.isNull())
+        message = SwitchedNumber::unusableNumber(
+            validityPeriod,
+            {PasswordValidityPeriod::MaxIntervalKey, PasswordValidityPeriod::MinIntervalKey,
+             PasswordValidityPeriod::WarningIntervalKey, UserAdd::InactiveIntervalKey,
+             UserAdd::ExpireDateKey});
+    if (message.isNull())
+        message = SwitchedNumber::unusableNumber(history, {PasswordHistory::RememberKey});
+    return message;
+}
+
 QHash<QString, QVariant> subHash(const QVariant &value)
 {
     if (value.userType() == QMetaType::QVariantMap) {
@@ -87,6 +105,15 @@ SettingsReply PasswordPolicyModule::getSettings()
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the contract takes the settings by value
 bool PasswordPolicyModule::setSettings(QHash<QString, QVariant> settings)
 {
+    // Every number is looked at before the first part is written, so that a bad one in a later
+    // part does not leave the earlier parts changed.
+    const QString unusable = unusableNumbers(subHash(settings.value(ComplexityKey)),
+                                             subHash(settings.value(ValidityPeriodKey)),
+                                             subHash(settings.value(HistoryKey)));
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return true;
+    }
     // A missing part fails without a message: the host sent an incomplete policy.
     if (!settings.contains(ComplexityKey) ||
         setComplexity(subHash(settings.value(ComplexityKey))) != 0)
@@ -178,6 +205,11 @@ int PasswordPolicyModule::readValidityPeriod()
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 int PasswordPolicyModule::setComplexity(QHash<QString, QVariant> settings)
 {
+    const QString unusable = unusableNumbers(settings, {}, {});
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return 1;
+    }
     const bool hasCracklib = QFile::exists(CracklibProfile);
     const bool hasPwquality = QFile::exists(PwqualityProfile);
     if (!hasCracklib && !hasPwquality) {
@@ -265,10 +297,10 @@ int PasswordPolicyModule::repairMinimumLength(const QHash<QString, QVariant> &se
 
     // The stack is replaced whole or not at all: a half-written common-password could refuse
     // every password change.
-    QSaveFile output(CommonPassword);
+    SaveFile output(CommonPassword);
     if (!output.open(QIODevice::WriteOnly))
         return 0;
-    if (!saveWhole(output, lines.join(QLatin1Char('\n')).toUtf8())) {
+    if (!output.saveWhole(lines.join(QLatin1Char('\n')).toUtf8())) {
         writeDiagnostic(errorStream, formatOutput(fileErrorMessage(output)));
         return 1;
     }
@@ -278,6 +310,11 @@ int PasswordPolicyModule::repairMinimumLength(const QHash<QString, QVariant> &se
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
 {
+    const QString unusable = unusableNumbers({}, {}, settings);
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return 1;
+    }
     // The old profile goes first, so a failure below leaves no history policy in force rather
     // than a stale one.
     if (QFile::exists(HistoryProfile)) {
@@ -301,7 +338,7 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
     if (settings.isEmpty())
         return 0;
 
-    QSaveFile profile(HistoryProfile);
+    SaveFile profile(HistoryProfile);
     if (!profile.open(QIODevice::WriteOnly)) {
         writeDiagnostic(
             errorStream,
@@ -321,7 +358,7 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
                    QString::number(SwitchedNumber::number(remember));
     }
 
-    if (!saveWhole(profile, HistoryProfileTemplate.arg(options).toLocal8Bit())) {
+    if (!profile.saveWhole(HistoryProfileTemplate.arg(options).toLocal8Bit())) {
         writeDiagnostic(
             errorStream,
             formatOutput(QObject::tr("Failed to write configuration file %1").arg(HistoryProfile)));
@@ -342,6 +379,11 @@ int PasswordPolicyModule::setHistory(QHash<QString, QVariant> settings)
 // NOLINTNEXTLINE(performance-unnecessary-value-param): exported operation takes a copy
 int PasswordPolicyModule::setValidityPeriod(QHash<QString, QVariant> settings)
 {
+    const QString unusable = unusableNumbers({}, settings, {});
+    if (!unusable.isNull()) {
+        writeDiagnostic(errorStream, formatOutput(unusable));
+        return 1;
+    }
     QString errors;
     PasswordValidityPeriod::RewriterRegExpHandler loginDefsRewriter(settings);
     if (!rewriteFileWithHandler(LoginDefs, loginDefsRewriter, errors, true)) {

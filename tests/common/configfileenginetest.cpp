@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
@@ -80,17 +81,16 @@ enum Failure {
     DirectoryAsTemporary, // the temporary file cannot be opened for writing
     FullDisk,             // the temporary file cannot be written whole
     DirectoryAsBackup,    // the backup cannot be made
-    ReadOnlyTarget,       // the final copy over the target fails
-    BusyTemporary,        // the temporary file cannot be removed
+    ReadOnlyTarget,       // the target is a mount point: the rename over it fails
+    BusyTemporary,        // the temporary file is a mount point: it cannot be renamed
 };
 
 // What a path holds after a failed rewrite.
 enum Held {
-    Nothing,      // it does not exist
-    OldBytes,     // the content before the rewrite
-    NewBytes,     // the rewritten content
-    PartialBytes, // a file, of whatever length
-    Directory,    // the directory that was put in the way
+    Nothing,   // it does not exist
+    OldBytes,  // the content before the rewrite
+    NewBytes,  // the rewritten content
+    Directory, // the directory that was put in the way
 };
 
 void verifyHeld(const QString &path, Held held, const QByteArray &oldBytes,
@@ -106,9 +106,6 @@ void verifyHeld(const QString &path, Held held, const QByteArray &oldBytes,
         break;
     case NewBytes:
         QCOMPARE(ZqlTest::readBytes(path), newBytes);
-        break;
-    case PartialBytes:
-        QVERIFY2(info.isFile(), qPrintable(path + QStringLiteral(" is not a file")));
         break;
     case Directory:
         QVERIFY2(info.isDir(), qPrintable(path + QStringLiteral(" is not a directory")));
@@ -142,6 +139,11 @@ private Q_SLOTS:
     void existingBackup();
     void rewriteFailure_data();
     void rewriteFailure();
+    void nearlyFullDiskKeepsTheTarget();
+    void staleTemporaryIsReplaced();
+    void rewriteFollowsSymbolicLink();
+    void rewriteKeepsExtendedAttributes();
+    void rewriteKeepsSetGroupIdMode();
     void copyFileMissingSource();
     void copyFileKeepsSourceModeAndOwner();
     void copyFileFindsCpOnSearchPath();
@@ -408,22 +410,22 @@ void ConfigFileEngineTest::rewriteFailure_data()
     QTest::newRow("temporary file cannot be opened")
         << DirectoryAsTemporary << true << QStringLiteral("\"%1.tmp\" error 5\nIs a directory")
         << OldBytes << Directory << Nothing;
+    // From here on the temporary copy is the rewrite's own: whatever is left of it is removed,
+    // so that no partial or stale copy stays where a tool reads the whole directory.
     QTest::newRow("full disk while writing the temporary file")
         << FullDisk << true << QStringLiteral("\"%1.tmp\" error 4\nNo space left on device")
-        << OldBytes << PartialBytes << Nothing;
+        << OldBytes << Nothing << Nothing;
     QTest::newRow("backup fails") << DirectoryAsBackup << true
                                   << QStringLiteral("\"%1\" error 14\nDestination file exists")
-                                  << OldBytes << NewBytes << Directory;
-    const QString finalCopyFails =
-        QStringLiteral("Process: \"cp --force --preserve=mode,ownership %1.tmp %1\". Exit code: "
-                       "1.\n\"%2: cannot remove '%1': Device or resource busy\n\"");
-    QTest::newRow("final copy fails: read-only target, with backup")
-        << ReadOnlyTarget << true << finalCopyFails << OldBytes << NewBytes << OldBytes;
-    QTest::newRow("final copy fails: read-only target, without backup")
-        << ReadOnlyTarget << false << finalCopyFails << OldBytes << NewBytes << Nothing;
-    QTest::newRow("temporary file cannot be removed")
-        << BusyTemporary << true << QStringLiteral("\"%1.tmp\" error 9\nDevice or resource busy")
-        << NewBytes << NewBytes << OldBytes;
+                                  << OldBytes << Nothing << Directory;
+    // The new content takes the target's place by a rename: it fails whole or not at all.
+    const QString renameFails = QStringLiteral("\"%1\" error 10\nDevice or resource busy");
+    QTest::newRow("rename over the target fails: target is a mount point, with backup")
+        << ReadOnlyTarget << true << renameFails << OldBytes << Nothing << OldBytes;
+    QTest::newRow("rename over the target fails: target is a mount point, without backup")
+        << ReadOnlyTarget << false << renameFails << OldBytes << Nothing << Nothing;
+    QTest::newRow("rename fails: temporary file is a mount point")
+        << BusyTemporary << true << renameFails << OldBytes << NewBytes << OldBytes;
 }
 
 void ConfigFileEngineTest::rewriteFailure()
@@ -486,6 +488,96 @@ void ConfigFileEngineTest::rewriteFailure()
     verifyHeld(m_path, target, oldBytes, NewContent);
     verifyHeld(temporaryPath, temporary, oldBytes, NewContent);
     verifyHeld(backupPath, backup, oldBytes, NewContent);
+}
+
+// A file system with room for the target, its backup and its new copy, but not for a second
+// copy of the new content: copying the new content over the target used to cut it off there
+// (the backup then held the only whole copy, and the next rewrite replaced it by the cut one).
+void ConfigFileEngineTest::nearlyFullDiskKeepsTheTarget()
+{
+    QString error;
+    mountOrFail(ZqlTest::mountTmpfs(m_dir, QStringLiteral("size=36k"), &error), m_dir, error);
+    // Two pages that become four: with the backup, eight of the nine pages are taken.
+    const QByteArray oldBytes = "key = " + QByteArray(8 * 1024 - 7, 'x') + '\n';
+    const QByteArray replacement = "key = " + QByteArray(16 * 1024 - 7, '2');
+    QVERIFY(ZqlTest::writeBytes(m_path, oldBytes));
+    RecordingHandler handler(QStringLiteral("^key"), replacement);
+    QString errors;
+    QVERIFY2(rewriteFileWithHandler(m_path, handler, errors, true), qPrintable(errors));
+    QCOMPARE(errors, QString());
+    const Survivors files(m_path);
+    QCOMPARE(files.target, replacement + '\n');
+    QCOMPARE(files.backup, oldBytes);
+    QVERIFY(files.temporary.isNull());
+}
+
+// A copy left by a rewrite that was killed is overwritten and then gone.
+void ConfigFileEngineTest::staleTemporaryIsReplaced()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(ZqlTest::writeBytes(
+        m_path + QStringLiteral(".tmp"),
+        QByteArray("key = stale and much longer than the new content\n").repeated(100)));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    QCOMPARE(errors, QString());
+    const Survivors files(m_path);
+    QCOMPARE(files.target, NewContent);
+    QVERIFY(files.temporary.isNull());
+}
+
+void ConfigFileEngineTest::rewriteFollowsSymbolicLink()
+{
+    const QString realDir = m_dir + QStringLiteral("/real");
+    const QString realPath = realDir + QStringLiteral("/policy.conf");
+    QVERIFY(QDir().mkdir(realDir));
+    QVERIFY(ZqlTest::writeBytes(realPath, OldContent));
+    QVERIFY(QFile::link(QStringLiteral("real/policy.conf"), m_path));
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, true));
+    QCOMPARE(errors, QString());
+    QVERIFY(QFileInfo(m_path).isSymLink());
+    QCOMPARE(QFileInfo(m_path).symLinkTarget(), realPath);
+    QCOMPARE(ZqlTest::readBytes(realPath), NewContent);
+    QCOMPARE(ZqlTest::readBytes(m_path + QStringLiteral(".bak")), OldContent);
+    QVERIFY(!QFileInfo::exists(m_path + QStringLiteral(".tmp")));
+    QVERIFY(!QFileInfo::exists(realPath + QStringLiteral(".tmp")));
+}
+
+void ConfigFileEngineTest::rewriteKeepsExtendedAttributes()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    const QByteArray file = QFile::encodeName(m_path);
+    const QByteArray label = "system_u:object_r:etc_t:s0";
+    QCOMPARE(::setxattr(file.constData(), "trusted.zql-label", label.constData(),
+                        static_cast<size_t>(label.size()), 0),
+             0);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    QCOMPARE(errors, QString());
+    QCOMPARE(ZqlTest::readBytes(m_path), NewContent);
+    QByteArray value(64, '\0');
+    const ssize_t length = ::getxattr(file.constData(), "trusted.zql-label", value.data(),
+                                      static_cast<size_t>(value.size()));
+    QVERIFY(length >= 0);
+    QCOMPARE(value.left(static_cast<int>(length)), label);
+}
+
+void ConfigFileEngineTest::rewriteKeepsSetGroupIdMode()
+{
+    QVERIFY(ZqlTest::writeBytes(m_path, OldContent));
+    QVERIFY(::chown(QFile::encodeName(m_path).constData(), 0, 42) == 0);
+    QVERIFY(::chmod(QFile::encodeName(m_path).constData(), 02640) == 0);
+    RecordingHandler handler(QStringLiteral("^key"), "key = 2");
+    QString errors;
+    QVERIFY(rewriteFileWithHandler(m_path, handler, errors, false));
+    struct stat info = {};
+    QCOMPARE(::stat(QFile::encodeName(m_path).constData(), &info), 0);
+    QCOMPARE(info.st_mode & 07777, 02640u);
+    QCOMPARE(info.st_gid, 42u);
 }
 
 void ConfigFileEngineTest::copyFileMissingSource()

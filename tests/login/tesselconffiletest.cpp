@@ -7,6 +7,10 @@
 
 #include <QFileInfo>
 
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
 using ZqlTest::TesselConfPath;
 
 class TesselConfFileTest : public QObject
@@ -28,6 +32,7 @@ private Q_SLOTS:
     void writeThenRead();
     void failure_data();
     void failure();
+    void writeKeepsOwnerGroupModeAndLabel();
 
 private:
     ZqlTest::TesselFixture m_fixture;
@@ -272,6 +277,34 @@ void TesselConfFileTest::failure()
     left.removeAll(QStringLiteral("filler"));
     left.removeAll(QStringLiteral("tessel.conf"));
     QCOMPARE(left, QStringList());
+}
+
+// The file belongs to the group shadow on the target system; a save must not hand it to root.
+void TesselConfFileTest::writeKeepsOwnerGroupModeAndLabel()
+{
+    QVERIFY(ZqlTest::writeBytes(TesselConfPath, "login_local all\n"));
+    const QByteArray path = QFile::encodeName(TesselConfPath);
+    QCOMPARE(::chown(path.constData(), 7, 42), 0);
+    QCOMPARE(::chmod(path.constData(), 02640), 0);
+    const QByteArray label = "system_u:object_r:etc_t:s0";
+    QCOMPARE(::setxattr(path.constData(), "trusted.zql-label", label.constData(),
+                        static_cast<size_t>(label.size()), 0),
+             0);
+
+    TesselConfFile file;
+    QVERIFY(file.setLoginState(TesselConfFile::No).errors().isEmpty());
+
+    QCOMPARE(ZqlTest::readBytes(TesselConfPath), QByteArray("login_local no\n"));
+    struct stat info = {};
+    QCOMPARE(::stat(path.constData(), &info), 0);
+    QCOMPARE(info.st_uid, 7u);
+    QCOMPARE(info.st_gid, 42u);
+    QCOMPARE(info.st_mode & 07777, 02640u);
+    QByteArray value(64, '\0');
+    const ssize_t length = ::getxattr(path.constData(), "trusted.zql-label", value.data(),
+                                      static_cast<size_t>(value.size()));
+    QVERIFY(length >= 0);
+    QCOMPARE(value.left(static_cast<int>(length)), label);
 }
 
 ZQL_SANDBOXED_TEST_MAIN(TesselConfFileTest)

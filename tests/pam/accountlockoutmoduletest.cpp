@@ -7,7 +7,10 @@
 #include <zql-modules/modules.h>
 
 #include <QFile>
-#include <QStandardPaths>
+#include <QFileInfo>
+#include <QJsonArray>
+
+#include <limits>
 
 namespace {
 const QString CommonAuth = QStringLiteral("/etc/pam.d/common-auth");
@@ -89,6 +92,8 @@ private Q_SLOTS:
     void commonAuthUpdate_data();
     void commonAuthUpdate();
     void commonAuthUpdateMissingStack();
+    void unusableNumber_data();
+    void unusableNumber();
 
 private:
     ZqlTest::PamSnapshot m_snapshot;
@@ -460,12 +465,12 @@ void AccountLockoutModuleTest::readOnlyProfile()
         failed = module.setSettings({{QStringLiteral("deny"), ZqlTest::pair(true, 3)}});
     });
     QVERIFY(failed);
+    // The new profile takes the old one's place by a rename, which a mount point refuses; the
+    // temporary copy is not left among the profiles, where pam-auth-update would read it.
     QCOMPARE(QString::fromUtf8(streams.error),
-             QStringLiteral("account-lockout : Process: \"cp --force --preserve=mode,ownership "
-                            "/usr/share/pam-configs/tally.tmp /usr/share/pam-configs/tally\". "
-                            "Exit code: 1.\n\"%1: cannot remove '/usr/share/pam-configs/tally': "
-                            "Device or resource busy\n\"\n")
-                 .arg(QStandardPaths::findExecutable(QStringLiteral("cp"))));
+             QStringLiteral("account-lockout : \"/usr/share/pam-configs/tally\" error 10\n"
+                            "Device or resource busy\n"));
+    QVERIFY(!QFileInfo::exists(TallyProfile + QStringLiteral(".tmp")));
     QCOMPARE(ZqlTest::readBytes(TallyProfile), Profile);
     // Taken out of the stack before the rewrite failed; nothing puts it back.
     QCOMPARE(ZqlTest::pamAuthUpdateCalls(), RemoveAndEnable.mid(0, 1));
@@ -519,6 +524,46 @@ void AccountLockoutModuleTest::commonAuthUpdateMissingStack()
     QVERIFY(!QFile::exists(CommonAuth));
     QCOMPARE(streams.error, QByteArray("account-lockout : \"/etc/pam.d/common-auth\" error 5\n"
                                        "No such file or directory\n"));
+}
+
+// A number no file can hold (and whose conversion would be undefined) is refused before
+// anything changes: the profile stays in the stack and pam-auth-update does not run.
+void AccountLockoutModuleTest::unusableNumber_data()
+{
+    QTest::addColumn<QVariant>("deny");
+    QTest::addColumn<QByteArray>("shown");
+    QTest::newRow("1e30") << QVariant(QJsonArray{true, 1e30}) << QByteArray("1e+30");
+    QTest::newRow("infinity") << QVariant(QJsonArray{true, std::numeric_limits<double>::infinity()})
+                              << QByteArray("inf");
+    QTest::newRow("a fraction") << QVariant(QJsonArray{true, 5.5}) << QByteArray("5.5");
+    QTest::newRow("2^64 - 1 from a host's list")
+        << QVariant(QVariantList{true, std::numeric_limits<qulonglong>::max()})
+        << QByteArray("18446744073709552000");
+    QTest::newRow("switched off does not help")
+        << QVariant(QJsonArray{false, -1e300}) << QByteArray("-1e+300");
+}
+
+void AccountLockoutModuleTest::unusableNumber()
+{
+    QFETCH(QVariant, deny);
+    QFETCH(QByteArray, shown);
+
+    const QStringList calls = ZqlTest::pamAuthUpdateCalls();
+    const QByteArray stack = ZqlTest::readBytes(CommonAuth);
+    AccountLockoutModule module;
+    bool failed = false;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        failed = module.setSettings({{QStringLiteral("deny"), deny}});
+    });
+    QVERIFY(failed);
+    QCOMPARE(streams.error,
+             "account-lockout : \"deny\" holds " + shown +
+                 ": a switched number needs a whole number from -9007199254740992 to "
+                 "9007199254740992\n");
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(ZqlTest::readBytes(TallyProfile), Profile);
+    QCOMPARE(ZqlTest::readBytes(CommonAuth), stack);
+    QCOMPARE(ZqlTest::pamAuthUpdateCalls(), calls);
 }
 
 ZQL_SANDBOXED_TEST_MAIN(AccountLockoutModuleTest)

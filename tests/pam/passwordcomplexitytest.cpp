@@ -8,7 +8,7 @@
 
 #include <QDir>
 #include <QFile>
-#include <QStandardPaths>
+#include <QFileInfo>
 
 namespace {
 const QString CommonPassword = QStringLiteral("/etc/pam.d/common-password");
@@ -377,15 +377,12 @@ void PasswordComplexityTest::readOnlyProfile()
     });
     QCOMPARE(result, 1);
     QCOMPARE(QString::fromUtf8(streams.error),
-             QStringLiteral("password-policy : Process: \"cp --force --preserve=mode,ownership "
-                            "/usr/share/pam-configs/pwquality.tmp "
-                            "/usr/share/pam-configs/pwquality\". Exit code: 1.\n\"%1: cannot "
-                            "remove '/usr/share/pam-configs/pwquality': Device or resource busy\n"
-                            "\"\n")
-                 .arg(QStandardPaths::findExecutable(QStringLiteral("cp"))));
+             QStringLiteral("password-policy : \"/usr/share/pam-configs/pwquality\" error 10\n"
+                            "Device or resource busy\n"));
     QCOMPARE(ZqlTest::readBytes(PwqualityProfile), ShippedPwquality);
     QCOMPARE(ZqlTest::readBytes(CommonPassword), stack);
-    QFile::remove(PwqualityProfile + QStringLiteral(".tmp"));
+    // pam-auth-update reads every file among the profiles: no copy of the failed policy stays.
+    QVERIFY(!QFileInfo::exists(PwqualityProfile + QStringLiteral(".tmp")));
 }
 
 void PasswordComplexityTest::missingTool()

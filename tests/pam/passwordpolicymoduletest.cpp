@@ -7,6 +7,7 @@
 #include <zql-modules/modules.h>
 
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 namespace {
@@ -59,6 +60,7 @@ private Q_SLOTS:
     void setSettingsWithoutComplexity();
     void setSettingsWithoutHistoryRemovesIt();
     void setSettingsFromJsonText();
+    void unusableNumberChangesNothing();
     void roundTrip();
     void recordKeepsEarlierReads();
 
@@ -301,6 +303,25 @@ void PasswordPolicyModuleTest::recordKeepsEarlierReads()
     QVERIFY(reply.second.contains(History));
     // A fresh module reads only what is there.
     QVERIFY(!PasswordPolicyModule().getSettings().second.contains(History));
+}
+
+// A bad number in the last part stops the whole record before the first part is written.
+void PasswordPolicyModuleTest::unusableNumberChangesNothing()
+{
+    PasswordPolicyModule module;
+    bool failed = false;
+    const ZqlTest::Streams streams = ZqlTest::captured([&] {
+        failed = module.setSettings(
+            {{Complexity, Settings{{QStringLiteral("minlen"), ZqlTest::pair(true, 12)}}},
+             {ValidityPeriod, Settings{{QStringLiteral("maxInterval"), ZqlTest::pair(true, 90)}}},
+             {History, Settings{{QStringLiteral("remember"), QJsonArray{true, 1e30}}}}});
+    });
+    QVERIFY(failed);
+    QCOMPARE(streams.error, QByteArray("password-policy : \"remember\" holds 1e+30: a switched "
+                                       "number needs a whole number from -9007199254740992 to "
+                                       "9007199254740992\n"));
+    QCOMPARE(streams.output, QByteArray());
+    QCOMPARE(configuration(), m_files);
 }
 
 ZQL_SANDBOXED_TEST_MAIN(PasswordPolicyModuleTest)

@@ -5,7 +5,7 @@
 #include <zql-modules/modules.h>
 
 #include <QFile>
-#include <QStandardPaths>
+#include <QFileInfo>
 
 namespace {
 const QString LoginDefs = QStringLiteral("/etc/login.defs");
@@ -316,10 +316,9 @@ void PasswordValidityPeriodTest::readOnlyLoginDefs()
     QCOMPARE(ZqlTest::readBytes(LoginDefs), m_loginDefs);
     QCOMPARE(ZqlTest::readBytes(UserAddDefaults), m_userAdd);
     QCOMPARE(QString::fromUtf8(streams.error),
-             QStringLiteral("password-policy : Process: \"cp --force --preserve=mode,ownership "
-                            "/etc/login.defs.tmp /etc/login.defs\". Exit code: 1.\n\"%1: cannot "
-                            "remove '/etc/login.defs': Device or resource busy\n\"\n")
-                 .arg(QStandardPaths::findExecutable(QStringLiteral("cp"))));
+             QStringLiteral("password-policy : \"/etc/login.defs\" error 10\n"
+                            "Device or resource busy\n"));
+    QVERIFY(!QFileInfo::exists(LoginDefs + QStringLiteral(".tmp")));
     QCOMPARE(streams.output, QByteArray());
 }
 

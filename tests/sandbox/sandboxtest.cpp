@@ -16,6 +16,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -142,6 +143,9 @@ private Q_SLOTS:
     void keepDirMustBeEmpty();
     void leftoverProcessesEnd();
     void terminationEndsEverything();
+    void killEndsEverything();
+    void commandHasItsOwnPidNamespace();
+    void staleBaseIsRemoved();
     void workingDirectory();
     void sharedDirectory();
     void libraryApi();
@@ -559,6 +563,98 @@ void SandboxTest::terminationEndsEverything()
         QVERIFY2(cmdline != QByteArray("sleep\0", 6) + duration + '\0',
                  "a process of the command survived");
     }
+}
+
+namespace {
+bool processWithCommandLine(const QByteArray &cmdline)
+{
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        if (readAll(QStringLiteral("/proc/%1/cmdline").arg(pid)) == cmdline)
+            return true;
+    }
+    return false;
+}
+
+QStringList baseDirectories()
+{
+    return QDir(QStringLiteral("/tmp"))
+        .entryList({QStringLiteral("zsb.??????")}, QDir::Dirs | QDir::Hidden);
+}
+} // namespace
+
+// SIGKILL leaves the sandbox no time for anything: the kernel must end the command's processes,
+// also those it put in the background, and the next sandbox removes the directory it left.
+void SandboxTest::killEndsEverything()
+{
+    const QByteArray duration =
+        QByteArray::number(40 + QRandomGenerator::global()->bounded(1000)) + ".25";
+    const QByteArray sleeper = QByteArray("sleep\0", 6) + duration + '\0';
+    const QStringList basesBefore = baseDirectories();
+    QProcess process;
+    process.setProgram(Binary);
+    process.setArguments(shell(QStringLiteral("setsid sleep %1 & sleep %1 & echo started; wait")
+                                   .arg(QString::fromLatin1(duration))));
+    process.start();
+    QVERIFY(process.waitForStarted(10000));
+    QVERIFY(process.waitForReadyRead(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(processWithCommandLine(sleeper), 10000);
+    QStringList left = baseDirectories();
+    for (const QString &base : basesBefore)
+        left.removeAll(base);
+    QCOMPARE(left.size(), 1);
+
+    process.kill(); // SIGKILL
+    QVERIFY(process.waitForFinished(10000));
+    QTRY_VERIFY2_WITH_TIMEOUT(!processWithCommandLine(sleeper), "a process of the command survived",
+                              10000);
+    QVERIFY2(baseDirectories().contains(left.first()), "the killed sandbox left no directory");
+
+    const Outcome next = run(shell(QStringLiteral("true")));
+    QVERIFY2(!next.crashed && next.exitCode == 0, next.err.constData());
+    QVERIFY2(!baseDirectories().contains(left.first()), "the stale directory is still there");
+}
+
+void SandboxTest::commandHasItsOwnPidNamespace()
+{
+    struct stat pidNamespace;
+    QCOMPARE(::stat("/proc/self/ns/pid", &pidNamespace), 0);
+    const Outcome o =
+        run(shell(QStringLiteral("echo $$; ls /proc > /tmp/p; grep -c '^[0-9]' /tmp/p; "
+                                 "[ \"$(stat -L -c %i /proc/self/ns/pid)\" != %1 ] "
+                                 "&& echo other")
+                      .arg(pidNamespace.st_ino)));
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    // The shell is the second process of the namespace, after the one that waits for it; its
+    // /proc shows the namespace's processes only: those two and ls.
+    QCOMPARE(o.out, QByteArray("2\n3\nother\n"));
+}
+
+// A base directory that no live sandbox holds is removed; one that is held stays.
+void SandboxTest::staleBaseIsRemoved()
+{
+    char staleTemplate[] = "/tmp/zsb.XXXXXX";
+    char heldTemplate[] = "/tmp/zsb.XXXXXX";
+    QVERIFY(::mkdtemp(staleTemplate));
+    QVERIFY(::mkdtemp(heldTemplate));
+    const int held = ::open(heldTemplate, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    QVERIFY(held >= 0);
+    QCOMPARE(::flock(held, LOCK_EX), 0);
+    char otherName[] = "/tmp/zsb.other-name";
+    QVERIFY(::mkdir(otherName, 0700) == 0 || errno == EEXIST);
+
+    const Outcome o = run(shell(QStringLiteral("true")));
+    const bool staleLeft = existsOnHost(QString::fromLatin1(staleTemplate));
+    const bool heldLeft = existsOnHost(QString::fromLatin1(heldTemplate));
+    const bool otherLeft = existsOnHost(QString::fromLatin1(otherName));
+    ::close(held);
+    ::rmdir(heldTemplate);
+    ::rmdir(otherName);
+    ::rmdir(staleTemplate);
+    QVERIFY2(!o.crashed && o.exitCode == 0, o.err.constData());
+    QVERIFY2(!staleLeft, staleTemplate);
+    QVERIFY2(heldLeft, heldTemplate);
+    QVERIFY2(otherLeft, otherName);
 }
 
 void SandboxTest::workingDirectory()

@@ -13,10 +13,13 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include <csignal>
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -236,6 +239,12 @@ private Q_SLOTS:
     void rootLayerExportToFile();
     void unreadablePolicy_data();
     void unreadablePolicy();
+    void interruptedDryRun_data();
+    void interruptedDryRun();
+    void unboundedSource_data();
+    void unboundedSource();
+    void closedOrFullStream_data();
+    void closedOrFullStream();
     void exportToUnwritablePlace_data();
     void exportToUnwritablePlace();
     void progressOnTerminal();
@@ -282,6 +291,7 @@ void ZqlPolicyTest::init()
 void ZqlPolicyTest::cleanup()
 {
     restore(m_snapshot);
+    QFile::remove(QStringLiteral("/var/lib/zql-sim/security-monitor/behaviour"));
     if (QFileInfo::exists(MonitorAway))
         QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
     QString error;
@@ -609,7 +619,9 @@ void ZqlPolicyTest::refused_data()
                       "value that ends up in a line-oriented system file must be one line of "
                       "printable text\n");
     QTest::newRow("carriage return in a nested value")
-        << head + "\"password-policy\": {\"complexity\": {\"note\": \"a\\rb\"}}}" << QStringList()
+        << head + "\"password-policy\": {\"complexity\": {\"note\": \"a\\rb\"}, "
+                  "\"validity-period\": {}}}"
+        << QStringList()
         << QByteArray("password-policy: \"complexity/note\" holds U+000D (carriage return) at "
                       "character 2; a value that ends up in a line-oriented system file must be "
                       "one line of printable text\n");
@@ -643,6 +655,87 @@ void ZqlPolicyTest::refused_data()
         << head + "\"login-local\": {\"login_state\": \"all\"}, "
                   "\"account-lockout\": {\"deny\": [true, 3], \"denny\": [true, 3]}}"
         << QStringList() << QByteArray("account-lockout: unknown key \"denny\"\n");
+    // Values the modules would misread, each of which once weakened the machine quietly.
+    const QByteArray words = "; expected one of \"all\", \"admin\", \"no\"\n";
+    const QByteArray denyRange =
+        "; expected a switched number: [true or false, an integer from 0 to 65535]\n";
+    const QByteArray complexityKeys =
+        "expected an object with the keys \"reject_username\", \"gecoscheck\", "
+        "\"enforce_for_root\", \"minlen\", \"lcredit\", \"ucredit\", \"dcredit\", \"ocredit\"\n";
+    const QByteArray days =
+        "; expected a switched number: [true or false, an integer from -1 to 99999]\n";
+    const QByteArray password = "\"password-policy\": {\"validity-period\": {}, ";
+    QTest::newRow("login_state Admin")
+        << head + "\"login-local\": {\"login_state\": \"Admin\"}}" << QStringList()
+        << "login-local: \"login_state\" is \"Admin\"" + words;
+    QTest::newRow("login_state with a blank")
+        << head + "\"login-local\": {\"login_state\": \"admin \"}}" << QStringList()
+        << "login-local: \"login_state\" is \"admin \"" + words;
+    QTest::newRow("login_state a number")
+        << head + "\"login-local\": {\"login_state\": 5}}" << QStringList()
+        << "login-local: \"login_state\" is 5" + words;
+    QTest::newRow("login_state null")
+        << head + "\"login-local\": {\"login_state\": null}}" << QStringList()
+        << "login-local: \"login_state\" is null" + words;
+    QTest::newRow("deny a plain number")
+        << head + "\"account-lockout\": {\"deny\": 5}}" << QStringList()
+        << "account-lockout: \"deny\" is 5" + denyRange;
+    QTest::newRow("deny a string")
+        << head + "\"account-lockout\": {\"deny\": \"5\"}}" << QStringList()
+        << "account-lockout: \"deny\" is \"5\"" + denyRange;
+    QTest::newRow("deny 1e30") << head + "\"account-lockout\": {\"deny\": [true, 1e30]}}"
+                               << QStringList()
+                               << "account-lockout: \"deny\" is [true,1e+30]" + denyRange;
+    QTest::newRow("deny 2^64 - 1")
+        << head + "\"account-lockout\": {\"deny\": [true, 18446744073709551615]}}" << QStringList()
+        << "account-lockout: \"deny\" is [true,18446744073709551615]" + denyRange;
+    QTest::newRow("minlen a plain number")
+        << head + password + "\"complexity\": {\"minlen\": 5}}}" << QStringList()
+        << QByteArray("password-policy: \"complexity/minlen\" is 5; expected a switched number: "
+                      "[true or false, an integer from 0 to 512]\n");
+    QTest::newRow("maxInterval a plain number")
+        << head + "\"password-policy\": {\"complexity\": {}, \"validity-period\": "
+                  "{\"maxInterval\": 5}}}"
+        << QStringList() << "password-policy: \"validity-period/maxInterval\" is 5" + days;
+    QTest::newRow("complexity a string")
+        << head + password + "\"complexity\": \"x\"}}" << QStringList()
+        << "password-policy: \"complexity\" is \"x\"; " + complexityKeys;
+    QTest::newRow("a misspelt nested key")
+        << head + password + "\"complexity\": {\"minlenx\": [true, 8]}}}" << QStringList()
+        << QByteArray("password-policy: unknown key \"complexity/minlenx\"\n");
+    QTest::newRow("password-policy without complexity")
+        << head + "\"password-policy\": {\"validity-period\": {}}}" << QStringList()
+        << "password-policy: \"complexity\" is missing; " + complexityKeys;
+    QTest::newRow("USERS_GID 2^32")
+        << head + "\"user-creation-policy\": {\"USERS_GID\": 4294967296}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERS_GID\" is 4294967296; expected an integer "
+                      "from 0 to 2147483647\n");
+    QTest::newRow("USERS_GID a group name")
+        << head + "\"user-creation-policy\": {\"USERS_GID\": \"users\"}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERS_GID\" is \"users\"; expected an integer "
+                      "from 0 to 2147483647\n");
+    QTest::newRow("USERGROUPS no")
+        << head + "\"user-creation-policy\": {\"USERGROUPS\": \"no\"}}" << QStringList()
+        << QByteArray("user-creation-policy: \"USERGROUPS\" is \"no\"; expected true or false\n");
+    QTest::newRow("a switch given no")
+        << head + "\"console-policy\": {\"console-tty-lock\": \"no\"}}" << QStringList()
+        << QByteArray("console-policy: \"console-tty-lock\" is \"no\"; expected true or false\n");
+    QTest::newRow("a switch given off")
+        << head + "\"system-parameters\": {\"param-swap-wipe\": \"off\"}}" << QStringList()
+        << QByteArray(
+               "system-parameters: \"param-swap-wipe\" is \"off\"; expected true or false\n");
+    const QByteArray whole = head + "\"login-local\": {\"login_state\": \"all\"}}";
+    QTest::newRow("a NUL byte after the document")
+        << whole + '\0' + "garbage" << QStringList()
+        << QByteArray("not a JSON document: a NUL byte at byte " +
+                      QByteArray::number(whole.size()) + "\n");
+    QTest::newRow("20 000 levels of arrays")
+        << QByteArray(20000, '[') + QByteArray(20000, ']') << QStringList()
+        << QByteArray("not a JSON document: nested deeper than 64 levels\n");
+    QTest::newRow("20 000 levels of objects in a section")
+        << head + "\"login-local\": " + QByteArray("{\"a\": ").repeated(20000) + "1" +
+               QByteArray(20001, '}')
+        << QStringList() << QByteArray("not a JSON document: nested deeper than 64 levels\n");
 }
 
 void ZqlPolicyTest::refused()
@@ -1073,6 +1166,167 @@ void ZqlPolicyTest::unreadablePolicy()
     QCOMPARE(missing.err, QByteArray("zql-policy: cannot read \"" + path("absent.json").toUtf8() +
                                      "\": No such file or directory\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+namespace {
+const QString MonitorBehaviour = QStringLiteral("/var/lib/zql-sim/security-monitor/behaviour");
+// What the hanging security monitor runs (see sim/layer/usr/sbin/lumo-security-monitor).
+const QByteArray HangingMonitor = QByteArray("sleep\0"
+                                             "3600\0",
+                                             11);
+
+bool processWithCommandLine(const QByteArray &cmdline)
+{
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
+    for (const QString &pid : pids) {
+        if (ZqlTest::readBytes(QStringLiteral("/proc/%1/cmdline").arg(pid)) == cmdline)
+            return true;
+    }
+    return false;
+}
+} // namespace
+
+// A dry run stopped while the sandboxed apply is half done: no partial diff, one line that says
+// what happened, and nothing it started is left running.
+void ZqlPolicyTest::interruptedDryRun_data()
+{
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<QByteArray>("finalLine");
+    QTest::newRow("SIGTERM") << int(SIGTERM)
+                             << QByteArray(
+                                    "zql-policy: interrupted by SIGTERM; nothing was changed");
+    QTest::newRow("SIGINT") << int(SIGINT)
+                            << QByteArray("zql-policy: interrupted by SIGINT; nothing was changed");
+    QTest::newRow("SIGHUP") << int(SIGHUP)
+                            << QByteArray("zql-policy: interrupted by SIGHUP; nothing was changed");
+    QTest::newRow("SIGKILL") << int(SIGKILL) << QByteArray();
+}
+
+void ZqlPolicyTest::interruptedDryRun()
+{
+    QFETCH(int, signal);
+    QFETCH(QByteArray, finalLine);
+
+    QVERIFY(ZqlTest::writeBytes(MonitorBehaviour, "hang\n"));
+    QProcess process;
+    process.start(Program, {QStringLiteral("apply"), HardeningPolicy, QStringLiteral("--dry-run")});
+    QVERIFY(process.waitForStarted(10000));
+    QTRY_VERIFY_WITH_TIMEOUT(processWithCommandLine(HangingMonitor), 10000);
+    QCOMPARE(::kill(static_cast<pid_t>(process.processId()), signal), 0);
+    const bool finished = process.waitForFinished(10000);
+    QFile::remove(MonitorBehaviour);
+    QVERIFY(finished);
+
+    QCOMPARE(process.readAllStandardOutput(), QByteArray());
+    if (signal == SIGKILL) {
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+    } else {
+        QCOMPARE(process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(process.exitCode(), 128 + signal);
+        QCOMPARE(lastLine(process.readAllStandardError()), finalLine);
+    }
+    QTRY_VERIFY2_WITH_TIMEOUT(!processWithCommandLine(HangingMonitor),
+                              "the security monitor the run started is still running", 10000);
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+// Sources that are no policy file: each is refused before it is read, at once.
+void ZqlPolicyTest::unboundedSource_data()
+{
+    QTest::addColumn<QString>("source"); // a path, or "large standard input"
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QByteArray>("reason");
+
+    const QByteArray notRegular = "not a regular file (give a file, or - for standard input)";
+    const QByteArray tooLarge = "larger than 4 MiB";
+    const QStringList dryRun{QStringLiteral("--dry-run")};
+    for (const QStringList &options : {QStringList(), dryRun}) {
+        const QString how = options.isEmpty() ? QStringLiteral("") : QStringLiteral(", dry run");
+        QTest::addRow("a device%s", qPrintable(how))
+            << QStringLiteral("/dev/zero") << options << notRegular;
+        QTest::addRow("a FIFO without a writer%s", qPrintable(how))
+            << QStringLiteral("fifo") << options << notRegular;
+        QTest::addRow("a file of 4 MiB and a byte%s", qPrintable(how))
+            << QStringLiteral("large.json") << options << tooLarge;
+        QTest::addRow("a directory%s", qPrintable(how))
+            << QStringLiteral("directory") << options << QByteArray("Is a directory");
+    }
+    QTest::newRow("standard input of 4 MiB and a byte")
+        << QStringLiteral("-") << QStringList() << tooLarge;
+}
+
+void ZqlPolicyTest::unboundedSource()
+{
+    QFETCH(QString, source);
+    QFETCH(QStringList, options);
+    QFETCH(QByteArray, reason);
+
+    QString file = source;
+    QByteArray input;
+    const QByteArray large = "{" + QByteArray(4 * 1024 * 1024 - 1, ' ') + "}";
+    if (source == QLatin1String("fifo")) {
+        file = path("policy.fifo");
+        QFile::remove(file);
+        QCOMPARE(::mkfifo(QFile::encodeName(file).constData(), 0600), 0);
+    } else if (source == QLatin1String("large.json")) {
+        file = path(source);
+        QVERIFY(ZqlTest::writeBytes(file, large));
+    } else if (source == QLatin1String("directory")) {
+        file = path(source);
+        QVERIFY(QDir().mkpath(file));
+    } else if (source == QLatin1String("-")) {
+        input = large;
+    }
+    const QByteArray shown = source == QLatin1String("-") ? "standard input" : file.toUtf8();
+    for (const QString &command : {QStringLiteral("check"), QStringLiteral("apply")}) {
+        if (command == QLatin1String("check") && !options.isEmpty())
+            continue;
+        const Run result = run(QStringList{command, file} + options, input);
+        QVERIFY2(result.exitCode == 4, qPrintable(describe(result)));
+        QCOMPARE(result.out, QByteArray());
+        QCOMPARE(result.err, "zql-policy: cannot read \"" + shown + "\": " + reason + "\n");
+    }
+    QCOMPARE(differences(m_snapshot, configuration()), QString());
+}
+
+// A closed or full standard stream is said in one line, and nothing lands elsewhere.
+void ZqlPolicyTest::closedOrFullStream_data()
+{
+    QTest::addColumn<QString>("script"); // run by sh with the program as $0
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QByteArray>("err");
+    QTest::newRow("export with standard output closed")
+        << QStringLiteral("exec \"$0\" export >&-") << 4
+        << QByteArray("zql-policy: cannot write standard output: it is closed\n");
+    QTest::newRow("get with standard output closed")
+        << QStringLiteral("exec \"$0\" get login-local >&-") << 4
+        << QByteArray("zql-policy: cannot write standard output: it is closed\n");
+    QTest::newRow("check of standard input, closed")
+        << QStringLiteral("exec \"$0\" check - <&-") << 4
+        << QByteArray("zql-policy: cannot read \"standard input\": standard input is closed\n");
+    QTest::newRow("export into a full file system")
+        << QStringLiteral("exec \"$0\" export > \"$1\"/p.json") << 4
+        << QByteArray("zql-policy: cannot write standard output: No space left on device\n");
+}
+
+void ZqlPolicyTest::closedOrFullStream()
+{
+    QFETCH(QString, script);
+    QFETCH(int, exitCode);
+    QFETCH(QByteArray, err);
+
+    const QString full = path("full-stream");
+    QVERIFY(QDir().mkpath(full));
+    QString error;
+    QVERIFY2(ZqlTest::mountTmpfs(full, QStringLiteral("size=4k"), &error), qPrintable(error));
+    QVERIFY(ZqlTest::writeBytes(full + QStringLiteral("/filler"), QByteArray(4096, 'x')));
+    const ZqlTest::ToolRun result =
+        ZqlTest::runTool(QStringLiteral("sh"), {QStringLiteral("-c"), script, Program, full});
+    ZqlTest::unmount(full, &error);
+    QVERIFY2(result.ending == ZqlTest::ToolRun::Ending::Exited, qPrintable(result.describe()));
+    QCOMPARE(result.exitCode, exitCode);
+    QCOMPARE(result.standardOutput, QByteArray());
+    QCOMPARE(result.standardError, err);
 }
 
 void ZqlPolicyTest::exportToUnwritablePlace_data()

@@ -4,6 +4,7 @@
 #include "dryrunpreview.h"
 #include "messages.h"
 #include "moduleregistry.h"
+#include "policyinput.h"
 #include "policytool.h"
 #include "sandboxedrun.h"
 #include "usage.h" // generated from usage.txt, as is the manual page
@@ -12,6 +13,7 @@
 #include <QFile>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -157,7 +159,8 @@ int validate(const CommandLine &line, const PolicyTool &tool)
     const bool takesModules = command == QLatin1String("get") || command == QLatin1String("export");
     if (command.isEmpty())
         return usageError(QStringLiteral("no command given"));
-    if (!takesFile && !takesModules && command != QLatin1String("list"))
+    if (!takesFile && !takesModules && command != QLatin1String("list") &&
+        command != QLatin1String("schema"))
         return usageError(QStringLiteral("unknown command \"%1\"").arg(command));
     if (!line.only.isEmpty() && !takesFile)
         return usageError(QStringLiteral("--only is for check, apply and diff"));
@@ -179,8 +182,9 @@ int validate(const CommandLine &line, const PolicyTool &tool)
         return usageError(QStringLiteral("--stat and --full exclude each other"));
     if (!line.output.isEmpty() && command != QLatin1String("export"))
         return usageError(QStringLiteral("--output is for export"));
-    if (command == QLatin1String("list") && !line.positional.isEmpty())
-        return usageError(QStringLiteral("list takes no arguments"));
+    if ((command == QLatin1String("list") || command == QLatin1String("schema")) &&
+        !line.positional.isEmpty())
+        return usageError(QStringLiteral("%1 takes no arguments").arg(command));
     if (takesFile && line.positional.size() != 1)
         return usageError(QStringLiteral("%1 takes one policy file").arg(command));
     const QStringList unknown = tool.unknownModules(takesModules ? line.positional : line.only);
@@ -210,6 +214,10 @@ bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &f
             ? DryRunPreview::Detail::Summary
             : (line.full ? DryRunPreview::Detail::Full : DryRunPreview::Detail::Configuration);
     const QByteArray text = DryRunPreview::render(files, detail, useColour(line.colour));
+    if (ZqlPolicy::StandardStreams::wasClosed(STDOUT_FILENO)) {
+        Messages::report(QStringLiteral("cannot write the preview: standard output is closed"));
+        return false;
+    }
     const size_t size = static_cast<size_t>(text.size());
     if (std::fwrite(text.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0)
         return true;
@@ -217,6 +225,28 @@ bool writePreview(const CommandLine &line, const QVector<ZqlPolicy::FileDiff> &f
                          .arg(QString::fromLocal8Bit(std::strerror(errno))));
     return false;
 }
+
+// Holds back SIGTERM, SIGHUP and SIGINT while it lives; one that came meanwhile is delivered
+// afterwards.
+class SignalsHeld
+{
+public:
+    SignalsHeld()
+    {
+        sigset_t set;
+        sigemptyset(&set);
+        sigaddset(&set, SIGTERM);
+        sigaddset(&set, SIGHUP);
+        sigaddset(&set, SIGINT);
+        ::sigprocmask(SIG_BLOCK, &set, &m_old);
+    }
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &m_old, nullptr); }
+    SignalsHeld(const SignalsHeld &) = delete;
+    SignalsHeld &operator=(const SignalsHeld &) = delete;
+
+private:
+    sigset_t m_old = {};
+};
 
 // The command once more, in the sandbox: over the layers given, or for a dry run.
 int runSandboxed(const CommandLine &line)
@@ -228,10 +258,10 @@ int runSandboxed(const CommandLine &line)
         // The policy is handed over open: the sandbox need not see the caller's path.
         const QString &fileName = line.positional.first();
         if (fileName != QLatin1String("-")) {
-            policyFd = ::open(QFile::encodeName(fileName).constData(), O_RDONLY | O_CLOEXEC);
+            QString failure;
+            policyFd = ZqlPolicy::PolicyInput::openRegularFile(fileName, &failure);
             if (policyFd < 0) {
-                Messages::report(QStringLiteral("cannot read \"%1\": %2")
-                                     .arg(fileName, QString::fromLocal8Bit(std::strerror(errno))));
+                Messages::report(QStringLiteral("cannot read \"%1\": %2").arg(fileName, failure));
                 return PolicyTool::ExitFileError;
             }
             run.setInput(policyFd);
@@ -262,6 +292,8 @@ int runSandboxed(const CommandLine &line)
         return PolicyTool::ExitFileError;
     if (line.dryRun &&
         (status == PolicyTool::ExitSuccess || status == PolicyTool::ExitModuleFailed)) {
+        // The preview goes out whole: a termination signal waits until it is written.
+        SignalsHeld held;
         if (!writePreview(line, run.fileDiffs()))
             return PolicyTool::ExitFileError;
         const QStringList changes = run.changes();
@@ -282,6 +314,8 @@ int runHere(const CommandLine &line, PolicyTool &tool)
         tool.setSourceName(line.sourceName);
     if (line.command == QLatin1String("list"))
         return tool.list();
+    if (line.command == QLatin1String("schema"))
+        return tool.schema();
     if (line.command == QLatin1String("get"))
         return tool.get(line.positional);
     if (line.command == QLatin1String("export"))
@@ -297,6 +331,7 @@ int runHere(const CommandLine &line, PolicyTool &tool)
 
 int main(int argc, char *argv[])
 {
+    ZqlPolicy::StandardStreams::hold();
     QCoreApplication app(argc, argv);
     try {
         QStringList args = QCoreApplication::arguments();

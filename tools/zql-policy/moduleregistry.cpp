@@ -1,5 +1,7 @@
 #include "moduleregistry.h"
 
+#include "libraryschemas.h"
+
 #include <zql-modules/modules.h>
 
 namespace ZqlPolicy {
@@ -10,18 +12,26 @@ ModuleRegistry ModuleRegistry::libraryModules()
     // lockout and who may log in, then the security switches. Each module is independent of
     // the others; the order only makes a partly applied policy the least surprising one.
     ModuleRegistry registry;
-    registry.add(QStringLiteral("user-creation-policy"),
-                 [] { return std::make_unique<UserCreationPolicyModule>(); });
-    registry.add(QStringLiteral("password-policy"),
-                 [] { return std::make_unique<PasswordPolicyModule>(); });
-    registry.add(QStringLiteral("account-lockout"),
-                 [] { return std::make_unique<AccountLockoutModule>(); });
-    registry.add(QStringLiteral("login-local"),
-                 [] { return std::make_unique<LoginLocalModule>(); });
-    registry.add(QStringLiteral("console-policy"),
-                 [] { return std::make_unique<ConsolePolicyModule>(); });
-    registry.add(QStringLiteral("system-parameters"),
-                 [] { return std::make_unique<SystemParametersModule>(); });
+    registry.add(
+        QStringLiteral("user-creation-policy"),
+        [] { return std::make_unique<UserCreationPolicyModule>(); },
+        LibrarySchemas::userCreationPolicy());
+    registry.add(
+        QStringLiteral("password-policy"), [] { return std::make_unique<PasswordPolicyModule>(); },
+        LibrarySchemas::passwordPolicy());
+    registry.add(
+        QStringLiteral("account-lockout"), [] { return std::make_unique<AccountLockoutModule>(); },
+        LibrarySchemas::accountLockout());
+    registry.add(
+        QStringLiteral("login-local"), [] { return std::make_unique<LoginLocalModule>(); },
+        LibrarySchemas::loginLocal());
+    registry.add(
+        QStringLiteral("console-policy"), [] { return std::make_unique<ConsolePolicyModule>(); },
+        LibrarySchemas::securitySwitches());
+    registry.add(
+        QStringLiteral("system-parameters"),
+        [] { return std::make_unique<SystemParametersModule>(); },
+        LibrarySchemas::securitySwitches());
     return registry;
 }
 
@@ -30,9 +40,10 @@ ModuleRegistry::~ModuleRegistry() = default;
 ModuleRegistry::ModuleRegistry(ModuleRegistry &&) noexcept = default;
 ModuleRegistry &ModuleRegistry::operator=(ModuleRegistry &&) noexcept = default;
 
-void ModuleRegistry::add(const QString &name, Factory factory)
+void ModuleRegistry::add(const QString &name, Factory factory, const SettingsSchema &schema)
 {
     m_names.append(name);
+    m_schemas.push_back(schema);
     m_factories.push_back(std::move(factory));
     m_modules.emplace_back();
 }
@@ -56,6 +67,13 @@ ModuleInterface *ModuleRegistry::module(const QString &name) const
     return made.get();
 }
 
+const SettingsSchema &ModuleRegistry::schema(const QString &name) const
+{
+    static const SettingsSchema any = SettingsSchema::any();
+    const int index = m_names.indexOf(name);
+    return index < 0 ? any : m_schemas[static_cast<size_t>(index)];
+}
+
 bool ModuleRegistry::contains(const QString &name) const
 {
     return m_names.contains(name);
@@ -74,7 +92,7 @@ QHash<QString, QVariant> ModuleRegistry::defaultsWhenAbsent(const QString &name)
         return {{QStringLiteral("DHOME"), QStringLiteral("/home")},
                 {QStringLiteral("SKEL"), QStringLiteral("/etc/skel")},
                 {QStringLiteral("DSHELL"), QStringLiteral("/bin/bash")},
-                {QStringLiteral("USERGROUPS"), QStringLiteral("yes")},
+                {QStringLiteral("USERGROUPS"), true},
                 {QStringLiteral("USERS_GID"), 100}};
     }
     return {};

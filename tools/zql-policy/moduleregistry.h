@@ -1,6 +1,8 @@
 #ifndef ZQLPOLICY_MODULEREGISTRY_H
 #define ZQLPOLICY_MODULEREGISTRY_H
 
+#include "settingsschema.h"
+
 #include <zql-modules/moduleinterface.h>
 
 #include <QHash>
@@ -38,10 +40,16 @@ public:
     using Factory = std::function<std::unique_ptr<ModuleInterface>()>;
 
     /**
-     * Appends the module named @p name that @p factory makes; its place is its place in the
-     * apply order. The factory's module must have the name key @p name.
+     * Appends the module named @p name that @p factory makes, taking settings of @p schema;
+     * its place is its place in the apply order. The factory's module must have the name key
+     * @p name. Every module of the library comes with its own schema; SettingsSchema::any() is
+     * for the modules of tests.
      */
-    void add(const QString &name, Factory factory);
+    void add(const QString &name, Factory factory,
+             const SettingsSchema &schema = SettingsSchema::any());
+
+    /** The settings schema of the module named @p name (any() for another name). */
+    const SettingsSchema &schema(const QString &name) const;
 
     /** The modules in apply order, constructed now if they were not yet. */
     std::vector<ModuleInterface *> modules() const;
@@ -64,6 +72,7 @@ public:
 private:
     QStringList m_names;
     std::vector<Factory> m_factories;
+    std::vector<SettingsSchema> m_schemas;
     mutable std::vector<std::unique_ptr<ModuleInterface>> m_modules; // null until made
 };
 

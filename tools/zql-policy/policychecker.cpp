@@ -175,13 +175,23 @@ bool PolicyChecker::check(const PolicyDocument &document, const QStringList &sel
 
         QStringList keys = settings.keys();
         std::sort(keys.begin(), keys.end());
+        // A key whose text is refused for its characters is not judged by type as well.
+        QSet<QString> unprintable;
         for (const QString &key : qAsConst(keys)) {
             const bool multiLine = m_multiLineTexts.contains(name + QLatin1Char('/') + key);
             const QString problem =
                 controlCharacterProblem(name, key, settings.value(key), multiLine);
-            if (!problem.isEmpty())
+            if (!problem.isEmpty()) {
                 problems->append(problem);
+                unprintable.insert(key);
+            }
         }
+        // Values the module would misread; the module's own veto is asked only for settings
+        // of the right types.
+        const QStringList wrong = m_registry.schema(name).validate(name, settings, unprintable);
+        problems->append(wrong);
+        if (!wrong.isEmpty())
+            continue;
         if (!module->checkRestrictions(settings))
             problems->append(QStringLiteral("%1: the module refuses these settings").arg(name));
     }

@@ -245,6 +245,13 @@ QVariant PolicyJson::toVariant(const Json &json)
 
 bool PolicyJson::parse(const QByteArray &text, Json &json, QString *error)
 {
+    // A NUL byte is no part of a JSON text; a C string reader would stop at it and take what
+    // follows for nothing.
+    const int nul = text.indexOf('\0');
+    if (nul >= 0) {
+        *error = QStringLiteral("a NUL byte at byte %1").arg(nul);
+        return false;
+    }
     // The object or array being read, innermost last: its name in the path, and the keys seen
     // so far (objects) or the index of the next element (arrays).
     struct Level
@@ -257,7 +264,13 @@ bool PolicyJson::parse(const QByteArray &text, Json &json, QString *error)
     std::vector<Level> levels;
     std::string lastKey;
     QString duplicate;
+    // Thrown from the parser's callback: the only way to stop it at once.
+    struct TooDeep
+    {
+    };
     auto enter = [&](bool array) {
+        if (levels.size() >= static_cast<size_t>(MaximumDepth))
+            throw TooDeep();
         Level level;
         level.array = array;
         if (!levels.empty())
@@ -298,6 +311,9 @@ bool PolicyJson::parse(const QByteArray &text, Json &json, QString *error)
     };
     try {
         json = Json::parse(text.constData(), text.constData() + text.size(), watchKeys);
+    } catch (const TooDeep &) {
+        *error = QStringLiteral("nested deeper than %1 levels").arg(MaximumDepth);
+        return false;
     } catch (const Json::exception &failure) {
         QString message = QString::fromUtf8(failure.what());
         // "[json.exception.parse_error.101] parse error at line 1, ..." without the tag.

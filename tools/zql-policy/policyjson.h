@@ -42,9 +42,15 @@ public:
     static QVariant toVariant(const Json &json);
 
     /**
+     * How deep objects and arrays may nest. A policy needs four levels; the bound keeps every
+     * recursive walk over a document far from the end of the stack.
+     */
+    static constexpr int MaximumDepth = 64;
+
+    /**
      * Parses @p text. Returns false and sets @p error when it is not JSON, when an object holds
-     * the same key twice (JSON leaves the meaning open; a policy must not) or when the text is
-     * not UTF-8.
+     * the same key twice (JSON leaves the meaning open; a policy must not), when the text is
+     * not UTF-8, holds a NUL byte or nests deeper than MaximumDepth.
      */
     static bool parse(const QByteArray &text, Json &json, QString *error);
 

@@ -3,6 +3,7 @@
 #include "diagnosticrelay.h"
 #include "messages.h"
 #include "policychecker.h"
+#include "policyinput.h"
 #include "policyjson.h"
 #include "progressreporter.h"
 #include "settingscomparison.h"
@@ -10,7 +11,10 @@
 #include <QFile>
 #include <QSaveFile>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <unistd.h>
 
 namespace ZqlPolicy {
 
@@ -18,11 +22,25 @@ namespace {
 
 const QString StandardStream = QStringLiteral("-");
 
+// Writes @p bytes to standard output; a failure is said in one line (a closed stream, a full
+// file system under a redirected output).
 bool writeOut(const QByteArray &bytes)
 {
+    if (StandardStreams::wasClosed(STDOUT_FILENO)) {
+        Messages::report(QStringLiteral("cannot write standard output: it is closed"));
+        return false;
+    }
     const size_t size = static_cast<size_t>(bytes.size());
-    const bool ok = std::fwrite(bytes.constData(), 1, size, stdout) == size;
-    return std::fflush(stdout) == 0 && ok;
+    errno = 0;
+    const bool ok =
+        std::fwrite(bytes.constData(), 1, size, stdout) == size && std::fflush(stdout) == 0;
+    if (!ok) {
+        const int reason = errno != 0 ? errno : EIO;
+        std::clearerr(stdout);
+        Messages::report(QStringLiteral("cannot write standard output: %1")
+                             .arg(QString::fromLocal8Bit(std::strerror(reason))));
+    }
+    return ok;
 }
 
 QString joined(const QStringList &names)
@@ -199,6 +217,43 @@ int PolicyTool::list()
     return writeOut(text) ? ExitSuccess : ExitFileError;
 }
 
+Json PolicyTool::jsonSchema() const
+{
+    Json modules = Json::array();
+    for (const QString &name : m_registry.names())
+        modules.push_back(name.toStdString());
+    Json properties = Json::object();
+    properties["format"] = Json{{"const", "zql-policy"}};
+    properties["version"] = Json{{"const", 1}};
+    properties["not-exported"] =
+        Json{{"type", "array"},
+             {"items", Json{{"enum", modules}}},
+             {"uniqueItems", true},
+             {"description", "the modules whose settings could not be read (export "
+                             "--skip-unreadable)"}};
+    for (const QString &name : m_registry.names()) {
+        Json section = m_registry.schema(name).jsonSchema();
+        section["description"] =
+            QStringLiteral("the settings of the module %1").arg(name).toStdString();
+        properties[name.toStdString()] = section;
+    }
+    Json schema = Json::object();
+    schema["$schema"] = "https://json-schema.org/draft/2020-12/schema";
+    schema["title"] = "zql-policy document";
+    schema["description"] = "A security policy for the modules of libzql-modules (format "
+                            "version 1); see docs/policy-format.md.";
+    schema["type"] = "object";
+    schema["properties"] = properties;
+    schema["required"] = Json::array({"format", "version"});
+    schema["additionalProperties"] = false;
+    return schema;
+}
+
+int PolicyTool::schema()
+{
+    return writeOut(PolicyJson::dump(jsonSchema())) ? ExitSuccess : ExitFileError;
+}
+
 int PolicyTool::get(const QStringList &modules)
 {
     Json result = Json::object();
@@ -355,16 +410,10 @@ bool PolicyTool::saveFile(const QString &fileName, const QByteArray &text)
 
 bool PolicyTool::readPolicy(const QString &policyFile, QByteArray *text)
 {
-    QFile file(policyFile);
-    const bool opened = policyFile == StandardStream ? file.open(stdin, QIODevice::ReadOnly)
-                                                     : file.open(QIODevice::ReadOnly);
-    if (opened) {
-        *text = file.readAll();
-        if (file.error() == QFileDevice::NoError)
-            return true;
-    }
-    Messages::report(
-        QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), file.errorString()));
+    QString failure;
+    if (PolicyInput::read(policyFile == StandardStream ? QString() : policyFile, text, &failure))
+        return true;
+    Messages::report(QStringLiteral("cannot read \"%1\": %2").arg(sourceName(policyFile), failure));
     return false;
 }
 

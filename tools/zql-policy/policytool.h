@@ -39,6 +39,15 @@ public:
     /** Every module with its name key and whether it is available. */
     int list();
 
+    /**
+     * The JSON Schema (draft 2020-12) of a policy document for the modules of the registry,
+     * so that an editor can check a policy while it is written. Constructs no module.
+     */
+    int schema();
+
+    /** The schema that schema() prints. */
+    Json jsonSchema() const;
+
     /** The current settings of @p modules (all available ones when empty) with each status. */
     int get(const QStringList &modules);
 

@@ -25,11 +25,14 @@ namespace ZqlPolicy {
 namespace {
 
 std::atomic<ZqlSandbox::Sandbox *> runningSandbox{nullptr};
+std::atomic<int> caughtSignal{0};
 
-// SIGTERM and SIGHUP end the sandboxed run (and everything it started) before this process
-// goes; SIGINT from a terminal reaches the run directly.
-extern "C" void onTerminate(int)
+// SIGTERM, SIGHUP and SIGINT end the sandboxed run (and everything it started); this process
+// then says so instead of showing what the run had done until then.
+extern "C" void onTerminate(int signal)
 {
+    int none = 0;
+    caughtSignal.compare_exchange_strong(none, signal);
     if (ZqlSandbox::Sandbox *sandbox = runningSandbox.load())
         sandbox->terminate();
 }
@@ -46,11 +49,13 @@ public:
         action.sa_flags = SA_RESTART;
         sigaction(SIGTERM, &action, &m_oldTerm);
         sigaction(SIGHUP, &action, &m_oldHup);
+        sigaction(SIGINT, &action, &m_oldInt);
     }
     ~SignalGuard()
     {
         sigaction(SIGTERM, &m_oldTerm, nullptr);
         sigaction(SIGHUP, &m_oldHup, nullptr);
+        sigaction(SIGINT, &m_oldInt, nullptr);
         runningSandbox.store(nullptr);
     }
     SignalGuard(const SignalGuard &) = delete;
@@ -59,6 +64,7 @@ public:
 private:
     struct sigaction m_oldTerm = {};
     struct sigaction m_oldHup = {};
+    struct sigaction m_oldInt = {};
 };
 
 // Whether the sandbox would not show path: its /tmp and /dev/shm are fresh, and only the root
@@ -230,6 +236,19 @@ int SandboxedRun::run(const QStringList &arguments)
         } else {
             ::close(captureFd);
         }
+    }
+    const int interruption = caughtSignal.load();
+    if (interruption != 0) {
+        // What the run did until then is half a picture: nothing of it is shown.
+        m_output.clear();
+        m_changes.clear();
+        m_fileDiffs.clear();
+        Messages::report(QStringLiteral("interrupted by %1; nothing was changed")
+                             .arg(QString::fromLatin1(sigabbrev_np(interruption) != nullptr
+                                                          ? sigabbrev_np(interruption)
+                                                          : "a signal")
+                                      .prepend(QStringLiteral("SIG"))));
+        return 128 + interruption;
     }
     if (status == ZqlSandbox::Sandbox::ExitSetupFailed && !sandbox.errorString().empty()) {
         // The sandbox library words its errors for its own program ("zql-sandbox: ...").

@@ -42,7 +42,9 @@ public:
 
     /**
      * Runs this program with @p arguments in the sandbox and returns its exit status, or
-     * ExitSandboxFailed with a message on standard error.
+     * ExitSandboxFailed with a message on standard error. SIGTERM, SIGHUP and SIGINT end the
+     * run and everything it started; the status is then 128 plus the signal's number, a
+     * message says so, and nothing of what the run did is kept (no output, no diff).
      */
     int run(const QStringList &arguments);
 

@@ -1,0 +1,105 @@
+// The settings every module of the library takes: the one place that says what a policy may
+// hold, for the check and for `zql-policy schema`. A module joins the registry with its schema
+// (moduleregistry.cpp); the test librarySchemasCoverEveryModule fails for one without.
+#include "libraryschemas.h"
+
+#include <limits>
+
+namespace ZqlPolicy {
+
+namespace {
+
+constexpr qint64 IntMax = std::numeric_limits<int>::max();
+
+ValueRule flag()
+{
+    return ValueRule::boolean();
+}
+
+// Days in /etc/login.defs and /etc/default/useradd: -1 switches a limit off there, 99999 is
+// the customary "never".
+ValueRule days()
+{
+    return ValueRule::switchedNumber(-1, 99999);
+}
+
+} // namespace
+
+SettingsSchema LibrarySchemas::accountLockout()
+{
+    return SettingsSchema({
+        {QStringLiteral("per_user"), flag()},
+        {QStringLiteral("magic_root"), flag()},
+        {QStringLiteral("no_reset"), flag()},
+        // pam_tally counts failures in 16 bits.
+        {QStringLiteral("deny"), ValueRule::switchedNumber(0, 65535)},
+        {QStringLiteral("lock_time"), ValueRule::switchedNumber(0, IntMax)},   // seconds
+        {QStringLiteral("unlock_time"), ValueRule::switchedNumber(0, IntMax)}, // seconds
+    });
+}
+
+SettingsSchema LibrarySchemas::passwordPolicy()
+{
+    const ValueRule credit = ValueRule::switchedNumber(-512, 512);
+    const ValueRule complexity = ValueRule::table({
+        {QStringLiteral("reject_username"), flag()},
+        {QStringLiteral("gecoscheck"), flag()},
+        {QStringLiteral("enforce_for_root"), flag()},
+        {QStringLiteral("minlen"), ValueRule::switchedNumber(0, 512)},
+        {QStringLiteral("lcredit"), credit},
+        {QStringLiteral("ucredit"), credit},
+        {QStringLiteral("dcredit"), credit},
+        {QStringLiteral("ocredit"), credit},
+    });
+    const ValueRule validityPeriod = ValueRule::table({
+        {QStringLiteral("maxInterval"), days()},
+        {QStringLiteral("minInterval"), days()},
+        {QStringLiteral("warningInterval"), days()},
+        {QStringLiteral("inactiveInterval"), days()},
+        // Days since 1970-01-01, up to 9999-12-31.
+        {QStringLiteral("expireDate"), ValueRule::switchedNumber(0, 2932896)},
+    });
+    const ValueRule history = ValueRule::table({
+        {QStringLiteral("enforce_for_root"), flag()},
+        // pam_pwhistory keeps at most 400 old passwords.
+        {QStringLiteral("remember"), ValueRule::switchedNumber(0, 400)},
+    });
+    // Without "complexity" or "validity-period" the module fails without a word; a missing
+    // "history" removes the history profile.
+    return SettingsSchema({
+        {QStringLiteral("complexity"), complexity, true},
+        {QStringLiteral("validity-period"), validityPeriod, true},
+        {QStringLiteral("history"), history},
+    });
+}
+
+SettingsSchema LibrarySchemas::userCreationPolicy()
+{
+    return SettingsSchema({
+        {QStringLiteral("DHOME"), ValueRule::absolutePath()},
+        {QStringLiteral("SKEL"), ValueRule::absolutePath()},
+        {QStringLiteral("DSHELL"), ValueRule::absolutePath()},
+        {QStringLiteral("USERGROUPS"), flag()},
+        // A group id adduser can use: not the "no group" id 2^32 - 1, and one the module writes
+        // as it is.
+        {QStringLiteral("USERS_GID"), ValueRule::integer(0, IntMax)},
+    });
+}
+
+SettingsSchema LibrarySchemas::loginLocal()
+{
+    return SettingsSchema({
+        {QStringLiteral("login_state"),
+         ValueRule::choice({QStringLiteral("all"), QStringLiteral("admin"), QStringLiteral("no")})},
+    });
+}
+
+SettingsSchema LibrarySchemas::securitySwitches()
+{
+    // The switches are the machine's: their script names under /usr/sbin, each on or off.
+    return SettingsSchema::openKeys(
+        QStringLiteral("a switch's script name (letters, digits, \".\", \"_\" and \"-\")"),
+        QStringLiteral("^[A-Za-z0-9._-]+$"), flag());
+}
+
+} // namespace ZqlPolicy
