@@ -308,7 +308,7 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QByteArray>("message");
 
     const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, console-policy, system-parameters";
+                               "login-local, audit, digsig, console-policy, system-parameters";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -381,6 +381,8 @@ void ZqlPolicyTest::list()
                                     "password-policy        available\n"
                                     "account-lockout        available\n"
                                     "login-local            available\n"
+                                    "audit                  available\n"
+                                    "digsig                 available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"));
 }
@@ -469,10 +471,12 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(applied.err,
-             QByteArray("zql-policy: " + path("p.json").toUtf8() +
-                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, console-policy, system-parameters\n"));
+    QCOMPARE(
+        applied.err,
+        QByteArray(
+            "zql-policy: " + path("p.json").toUtf8() +
+            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -484,7 +488,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "console-policy, system-parameters"));
+                 "audit, digsig, console-policy, system-parameters"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -501,10 +505,11 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
-                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, console-policy, system-parameters\n"
-                             "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err,
+             "zql-policy: " + path("start.json").toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"
+                 "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -532,10 +537,11 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out, path("part.json").toUtf8() +
-                              ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, console-policy, system-parameters; not exported: "
-                              "login-local\n");
+    QCOMPARE(checked.out,
+             path("part.json").toUtf8() +
+                 ": accepted: user-creation-policy, password-policy, "
+                 "account-lockout, audit, digsig, console-policy, system-parameters; not exported: "
+                 "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -574,9 +580,10 @@ void ZqlPolicyTest::checkAcceptsExport()
     const Run result = run({QStringLiteral("check"), path("c.json")});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.out,
-             (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                                              "account-lockout, login-local, console-policy, "
-                                              "system-parameters\n"))
+             (path("c.json") +
+              QStringLiteral(": accepted: user-creation-policy, password-policy, "
+                             "account-lockout, login-local, audit, digsig, console-policy, "
+                             "system-parameters\n"))
                  .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
@@ -616,7 +623,8 @@ void ZqlPolicyTest::refused_data()
     QTest::newRow("unknown module")
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
-                      "user-creation-policy, password-policy, account-lockout, login-local, "
+                      "user-creation-policy, password-policy, account-lockout, login-local, audit, "
+                      "digsig, "
                       "console-policy, system-parameters)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
@@ -909,7 +917,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, console-policy, system-parameters\n");
+                            "login-local, audit, digsig, console-policy, system-parameters\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -918,9 +926,11 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
-                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, console-policy, system-parameters\n");
+    QCOMPARE(
+        again.err,
+        "zql-policy: " + HardeningPolicy.toUtf8() +
+            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -956,7 +966,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, console-policy, "
+        "password-policy, account-lockout, audit, digsig, console-policy, "
         "system-parameters\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 
