@@ -30,6 +30,10 @@ const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
 const QString Monitor = QStringLiteral("/usr/sbin/lumo-security-monitor");
 const QString MonitorAway = Monitor + QStringLiteral(".away");
+const QString InitramfsBehaviour = QStringLiteral("/var/lib/zql-sim/update-initramfs/behaviour");
+const QString InitramfsImage = QStringLiteral("/boot/initrd.img-6.1.0-sim-amd64");
+const QString AuditDatabase = QStringLiteral("/etc/zql-platform/auddb");
+const QString EventLog = QStringLiteral("/var/log/zql-platform/events.log");
 
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
@@ -241,6 +245,8 @@ private Q_SLOTS:
     void progressOnTerminal();
     void noProgressWithoutTerminal();
     void dryRunColourOnlyOnTerminal();
+    void progressWhileRamDiskIsRebuilt();
+    void auditMasksTravelExactly();
 
 private:
     QTemporaryDir m_dir;
@@ -284,6 +290,7 @@ void ZqlPolicyTest::cleanup()
     restore(m_snapshot);
     if (QFileInfo::exists(MonitorAway))
         QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
+    QFile::remove(InitramfsBehaviour);       // written by progressWhileRamDiskIsRebuilt
     QString error;
     if (QFileInfo(path("full")).isDir())
         ZqlTest::unmount(path("full"), &error); // mounted by exportToUnwritablePlace
@@ -1221,6 +1228,50 @@ void ZqlPolicyTest::dryRunColourOnlyOnTerminal()
                       &exitCode);
     QCOMPARE(exitCode, 0);
     QVERIFY2(plain.contains("+login_local all\r\n") && !plain.contains('\033'), plain.constData());
+}
+
+void ZqlPolicyTest::progressWhileRamDiskIsRebuilt()
+{
+    // Every digsig write rebuilds the initial RAM disks, here for a second: the terminal shows
+    // how long the step has been running, then that it ended.
+    QVERIFY(ZqlTest::writeBytes(InitramfsBehaviour, "delay 1\n"));
+    QVERIFY(ZqlTest::writeBytes(path("digsig.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, \"digsig\": "
+                                "{\"Attributes\": \"Debug\", \"Files\": \"On\", "
+                                "\"Templates\": \"security.ima\"}}"));
+    int exitCode = -1;
+    const QByteArray shown =
+        runOnTerminal({QStringLiteral("apply"), path("digsig.json")}, &exitCode);
+    QCOMPARE(exitCode, 0);
+    const QRegularExpression progress(
+        QStringLiteral("^zql-policy: applying digsig: \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(progress.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    const QRegularExpression done(
+        QStringLiteral("^zql-policy: applying digsig: done after \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(done.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    QVERIFY(ZqlTest::readBytes(InitramfsImage).contains("DIGSIG_XATTR_MODE=2\n"));
+}
+
+void ZqlPolicyTest::auditMasksTravelExactly()
+{
+    // 2^53 + 1 and 2^64 - 1: a double would make the first 2^53, whose low 32 bits are 0. The
+    // module keeps the low 32 bits of each.
+    QVERIFY(ZqlTest::writeBytes(path("audit.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, \"audit\": "
+                                "{\"success\": 9007199254740993, "
+                                "\"fail\": 18446744073709551615}}"));
+    const Run applied = run({QStringLiteral("apply"), path("audit.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QCOMPARE(ZqlTest::readBytes(AuditDatabase),
+             QByteArray("zql-platform-auddb 1\n4::0x00000001:0xffffffff\n"));
+    QVERIFY(ZqlTest::readBytes(EventLog).endsWith("\t99\tsuccess\to:o:ocxdrwamunil\t\t\n"));
+
+    const Run got = run({QStringLiteral("get"), QStringLiteral("audit")});
+    QCOMPARE(got.exitCode, 0);
+    QVERIFY2(got.out.contains("\"fail\": 4294967295") && got.out.contains("\"success\": 1"),
+             got.out.constData());
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ZqlPolicyTest)
