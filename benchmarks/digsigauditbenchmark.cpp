@@ -9,7 +9,7 @@
 namespace {
 void readSettings(benchmark::State &state, ModuleInterface &module)
 {
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const SettingsReply reply = module.getSettings();
         if (reply.first != ModuleInterface::StatusSuccess) {
             state.SkipWithError("getSettings failed: is the simulated system laid over the root?");
