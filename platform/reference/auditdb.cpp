@@ -6,6 +6,8 @@
 
 #include "tessel/auditdb.h"
 
+#include "reference/writeall_p.h"
+
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -21,6 +23,8 @@
 #include <unistd.h>
 
 namespace {
+using ZqlPlatformReference::writeAll;
+
 const char DatabaseDirectory[] = "/etc/zql-platform";
 const char DatabasePath[] = "/etc/zql-platform/auddb";
 const char LockPath[] = "/etc/zql-platform/auddb.lock";
@@ -191,20 +195,6 @@ std::string formatDatabase(const std::vector<Entry> &entries)
         text += std::to_string(entry.type) + ':' + entry.name + masks;
     }
     return text;
-}
-
-bool writeAll(int fd, const std::string &bytes)
-{
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written < 0)
-            return false;
-        done += static_cast<size_t>(written);
-    }
-    return true;
 }
 
 // Replaces the database file with @p entries: written to a temporary file beside it, synced,

@@ -5,6 +5,8 @@
 
 #include "tessel/eventlog.h"
 
+#include "reference/writeall_p.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -17,6 +19,8 @@
 #include <unistd.h>
 
 namespace {
+using ZqlPlatformReference::writeAll;
+
 const char LogDirectory[] = "/var/log/zql-platform";
 const char LogPath[] = "/var/log/zql-platform/events.log";
 constexpr mode_t LogDirectoryMode = 0750;
@@ -57,20 +61,6 @@ std::string timestamp()
                   parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
                   now.tv_nsec / 1000000L);
     return text;
-}
-
-bool writeAll(int fd, const std::string &bytes)
-{
-    size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        done += static_cast<size_t>(written);
-    }
-    return true;
 }
 
 // Appends @p record whole or not at all. The caller holds the file's lock, so the bytes after

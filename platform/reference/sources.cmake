@@ -10,4 +10,5 @@ set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
     reference/auditdb.cpp
     reference/eventlog.cpp
+    reference/writeall_p.h
 )

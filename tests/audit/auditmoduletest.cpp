@@ -2,6 +2,8 @@
 // reference platform's audit database read and written, and the event sent for each change,
 // with a database that cannot be opened or written and an event log that refuses the event.
 #include "outputcapture.h"
+#include "scratchmounts.h"
+#include "settingsrun.h"
 #include "systemfixture.h"
 #include "testmain.h"
 
@@ -23,22 +25,13 @@ const QString Success = QStringLiteral("success");
 const QString Fail = QStringLiteral("fail");
 const QByteArray Header = "zql-platform-auddb 1\n";
 
-struct SetResult
-{
-    bool failed = false;
-    QByteArray err;
-};
-
-SetResult apply(const QHash<QString, QVariant> &settings)
+// setSettings() of a new module; nothing may reach standard output.
+ZqlTest::SettingsRun apply(const Settings &settings)
 {
     AuditModule module;
-    ZqlTest::OutputCapture capture;
-    SetResult result;
-    result.failed = module.setSettings(settings);
-    capture.finish();
-    QTest::qVerify(capture.standardOutput().isEmpty(), "standard output", "", __FILE__, __LINE__);
-    result.err = capture.standardError();
-    return result;
+    const ZqlTest::SettingsRun run = ZqlTest::runSetSettings(module, settings);
+    QTest::qVerify(run.standardOutput.isEmpty(), "standard output", "", __FILE__, __LINE__);
+    return run;
 }
 
 // The fields after the time and the process id of each event of the log, one text per event.
@@ -53,16 +46,6 @@ QStringList events()
     return result;
 }
 
-// Fills the file system of @p dir, so that no further data block fits.
-void fill(const QString &dir)
-{
-    QFile filler(dir + QStringLiteral("/filler"));
-    if (!filler.open(QIODevice::WriteOnly))
-        return;
-    const QByteArray block(4096, 'x');
-    while (filler.write(block) == block.size() && filler.flush()) {
-    }
-}
 } // namespace
 
 class AuditModuleTest : public QObject
@@ -95,7 +78,9 @@ private Q_SLOTS:
 private:
     QByteArray m_database;
     QByteArray m_auditInfo;
-    QStringList m_mounts;
+    ZqlTest::ScratchMounts m_mounts;
+    void fillDatabaseDirectory();
+    void fillEventLog();
 };
 
 void AuditModuleTest::initTestCase()
@@ -114,8 +99,7 @@ void AuditModuleTest::init()
 void AuditModuleTest::cleanup()
 {
     QString error;
-    while (!m_mounts.isEmpty())
-        QVERIFY2(ZqlTest::unmount(m_mounts.takeLast(), &error), qPrintable(error));
+    QVERIFY2(m_mounts.unmountAll(&error), qPrintable(error));
     QVERIFY(QDir().mkpath(DatabaseDir));
     QVERIFY(ZqlTest::writeBytes(Database, m_database));
     QVERIFY(ZqlTest::writeBytes(AuditInfo, m_auditInfo));
@@ -282,8 +266,8 @@ void AuditModuleTest::set()
     QFETCH(Settings, settings);
     QFETCH(QByteArray, entry);
     QFETCH(QString, event);
-    const SetResult result = apply(settings);
-    QCOMPARE(result.err, QByteArray());
+    const ZqlTest::SettingsRun result = apply(settings);
+    QCOMPARE(result.standardError, QByteArray());
     QCOMPARE(result.failed, false);
     QCOMPARE(ZqlTest::readBytes(Database), Header + entry);
     QCOMPARE(events(), QStringList{event});
@@ -309,28 +293,40 @@ void AuditModuleTest::setKeepsOtherEntries()
 void AuditModuleTest::setUnopenable()
 {
     QVERIFY(QFile::remove(Database));
-    const SetResult result = apply({{Success, 1ULL}});
+    const ZqlTest::SettingsRun result = apply({{Success, 1ULL}});
     QCOMPARE(result.failed, true);
     QCOMPARE(
-        result.err,
+        result.standardError,
         QByteArray("audit : Internal errror: openauddb_r() == 0\nNo such file or directory\n"));
     QVERIFY(!QFile::exists(EventLog)); // nothing was changed, nothing is reported
 }
 
-void AuditModuleTest::setWriteRefused()
+// The database's directory on a full tmpfs: the database can be opened, not written.
+void AuditModuleTest::fillDatabaseDirectory()
 {
-    // The database's directory is full: the new database cannot be written.
     QString error;
-    QVERIFY2(ZqlTest::mountTmpfs(DatabaseDir, QStringLiteral("size=16k"), &error),
-             qPrintable(error));
-    m_mounts.append(DatabaseDir);
+    QVERIFY2(m_mounts.tmpfs(DatabaseDir, QStringLiteral("size=16k"), &error), qPrintable(error));
     QVERIFY(ZqlTest::writeBytes(Database, m_database));
     QVERIFY(ZqlTest::writeBytes(DatabaseLock, {}));
-    fill(DatabaseDir);
-    const SetResult result = apply({{Success, 1ULL}, {Fail, 2ULL}});
+    ZqlTest::fillFileSystem(DatabaseDir);
+}
+
+// The event log's directory on a full tmpfs: no event can be recorded.
+void AuditModuleTest::fillEventLog()
+{
+    QString error;
+    QVERIFY(QDir().mkpath(EventLogDir));
+    QVERIFY2(m_mounts.tmpfs(EventLogDir, QStringLiteral("size=16k"), &error), qPrintable(error));
+    ZqlTest::fillFileSystem(EventLogDir);
+}
+
+void AuditModuleTest::setWriteRefused()
+{
+    fillDatabaseDirectory();
+    const ZqlTest::SettingsRun result = apply({{Success, 1ULL}, {Fail, 2ULL}});
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err, QByteArray("audit : Internal errror: putaudent_r() != 0\n"
-                                    "No space left on device\n"));
+    QCOMPARE(result.standardError, QByteArray("audit : Internal errror: putaudent_r() != 0\n"
+                                              "No space left on device\n"));
     QCOMPARE(ZqlTest::readBytes(Database), m_database);
     // The attempt is recorded as a failure.
     QCOMPARE(events(), QStringList{QStringLiteral("99\tfailure\to:o:c\t\t")});
@@ -338,15 +334,10 @@ void AuditModuleTest::setWriteRefused()
 
 void AuditModuleTest::setEventRefused()
 {
-    QString error;
-    QVERIFY(QDir().mkpath(EventLogDir));
-    QVERIFY2(ZqlTest::mountTmpfs(EventLogDir, QStringLiteral("size=16k"), &error),
-             qPrintable(error));
-    m_mounts.append(EventLogDir);
-    fill(EventLogDir);
-    const SetResult result = apply({{Success, 1ULL}, {Fail, 2ULL}});
+    fillEventLog();
+    const ZqlTest::SettingsRun result = apply({{Success, 1ULL}, {Fail, 2ULL}});
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err, QByteArray("audit : Failed to add audit record\n"));
+    QCOMPARE(result.standardError, QByteArray("audit : Failed to add audit record\n"));
     // The flags were written all the same.
     QCOMPARE(ZqlTest::readBytes(Database), Header + "4::0x00000001:0x00000002\n");
     QCOMPARE(ZqlTest::readBytes(EventLog), QByteArray());
@@ -354,22 +345,13 @@ void AuditModuleTest::setEventRefused()
 
 void AuditModuleTest::setWriteAndEventRefused()
 {
-    QString error;
-    QVERIFY2(ZqlTest::mountTmpfs(DatabaseDir, QStringLiteral("size=16k"), &error),
-             qPrintable(error));
-    m_mounts.append(DatabaseDir);
-    QVERIFY(ZqlTest::writeBytes(Database, m_database));
-    QVERIFY(ZqlTest::writeBytes(DatabaseLock, {}));
-    fill(DatabaseDir);
-    QVERIFY(QDir().mkpath(EventLogDir));
-    QVERIFY2(ZqlTest::mountTmpfs(EventLogDir, QStringLiteral("size=16k"), &error),
-             qPrintable(error));
-    m_mounts.append(EventLogDir);
-    fill(EventLogDir);
-    const SetResult result = apply({{Success, 1ULL}});
+    fillDatabaseDirectory();
+    fillEventLog();
+    const ZqlTest::SettingsRun result = apply({{Success, 1ULL}});
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err, QByteArray("audit : Internal errror: putaudent_r() != 0\n"
-                                    "No space left on device\nFailed to add audit record\n"));
+    QCOMPARE(result.standardError,
+             QByteArray("audit : Internal errror: putaudent_r() != 0\n"
+                        "No space left on device\nFailed to add audit record\n"));
 }
 
 ZQL_SANDBOXED_TEST_MAIN(AuditModuleTest)

@@ -2,6 +2,7 @@
 // them back, the mount table check, the remount of /boot and the initramfs rebuild with every
 // ending of the simulated update-initramfs.
 #include "digsigfixture.h"
+#include "scratchmounts.h"
 #include "searchpathfront.h"
 #include "systemfixture.h"
 #include "testmain.h"
@@ -418,11 +419,7 @@ void DigSigConfigTest::writeFailures()
     } else if (shape == QLatin1String("full")) {
         QVERIFY2(m_fixture.mountDigSigDir(QStringLiteral("size=8k"), &error), qPrintable(error));
         // Fill the rest; the next file's data has no room.
-        QByteArray filler(64 * 1024, 'x');
-        QFile fill(ZqlTest::DigSigDir + QStringLiteral("/filler"));
-        QVERIFY(fill.open(QIODevice::WriteOnly));
-        fill.write(filler);
-        fill.close();
+        ZqlTest::fillFileSystem(ZqlTest::DigSigDir);
     } else {
         QVERIFY(QFile::remove(Xattr));
         QVERIFY(QDir().mkdir(Xattr));

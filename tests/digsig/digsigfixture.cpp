@@ -39,9 +39,7 @@ bool DigSigFixture::snapshot(QString *error)
 
 bool DigSigFixture::reset(QString *error)
 {
-    bool ok = true;
-    while (!m_mounts.isEmpty())
-        ok = unmount(m_mounts.takeLast(), error) && ok;
+    bool ok = m_mounts.unmountAll(error);
     for (const char *name : {"behaviour", "stderr", "calls.log", "hang.pid"})
         QFile::remove(statePath(name));
     QFile::remove(InitramfsImage);
@@ -59,9 +57,8 @@ bool DigSigFixture::reset(QString *error)
 
 bool DigSigFixture::mountBoot(bool readOnly, QString *error)
 {
-    if (!mountTmpfs(Boot, QStringLiteral("size=256k"), error))
+    if (!m_mounts.tmpfs(Boot, QStringLiteral("size=256k"), error))
         return false;
-    m_mounts.append(Boot);
     if (!readOnly)
         return true;
     const ToolRun remount = runTool(QStringLiteral("mount"),
@@ -75,9 +72,8 @@ bool DigSigFixture::mountDigSigDir(const QString &options, QString *error)
 {
     const QByteArray options0 = readBytes(OptionsPath);
     const QByteArray xattr = readBytes(XattrControlPath);
-    if (!mountTmpfs(DigSigDir, options, error))
+    if (!m_mounts.tmpfs(DigSigDir, options, error))
         return false;
-    m_mounts.append(DigSigDir);
     if (!writeBytes(OptionsPath, options0) || !writeBytes(XattrControlPath, xattr)) {
         *error = QStringLiteral("cannot write the files into the tmpfs");
         return false;
@@ -87,10 +83,7 @@ bool DigSigFixture::mountDigSigDir(const QString &options, QString *error)
 
 bool DigSigFixture::bindReadOnly(const QString &path, QString *error)
 {
-    if (!ZqlTest::bindReadOnly(path, error))
-        return false;
-    m_mounts.append(path);
-    return true;
+    return m_mounts.readOnly(path, error);
 }
 
 bool DigSigFixture::setToolBehaviour(const QByteArray &behaviour)

@@ -1,6 +1,8 @@
 #ifndef ZQLTEST_DIGSIGFIXTURE_H
 #define ZQLTEST_DIGSIGFIXTURE_H
 
+#include "scratchmounts.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -55,7 +57,7 @@ public:
 private:
     QByteArray m_options;
     QByteArray m_xattrControl;
-    QStringList m_mounts;
+    ScratchMounts m_mounts;
 };
 
 } // namespace ZqlTest

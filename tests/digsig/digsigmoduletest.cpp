@@ -4,6 +4,7 @@
 #include "digsigfixture.h"
 #include "outputcapture.h"
 #include "searchpathfront.h"
+#include "settingsrun.h"
 #include "systemfixture.h"
 #include "testmain.h"
 
@@ -23,23 +24,10 @@ const QString Files = QStringLiteral("Files");
 const QString Attributes = QStringLiteral("Attributes");
 const QString Templates = QStringLiteral("Templates");
 
-struct SetResult
-{
-    bool failed = false;
-    QByteArray out;
-    QByteArray err;
-};
-
-SetResult apply(const QHash<QString, QVariant> &settings)
+ZqlTest::SettingsRun apply(const Settings &settings)
 {
     DigSigModule module;
-    ZqlTest::OutputCapture capture;
-    SetResult result;
-    result.failed = module.setSettings(settings);
-    capture.finish();
-    result.out = capture.standardOutput();
-    result.err = capture.standardError();
-    return result;
+    return ZqlTest::runSetSettings(module, settings);
 }
 
 QHash<QString, QVariant> allThree(const QString &files, const QString &attributes,
@@ -256,9 +244,9 @@ void DigSigModuleTest::set()
     QFETCH(Settings, settings);
     QFETCH(QByteArray, modes);
     QFETCH(QByteArray, xattr);
-    const SetResult result = apply(settings);
-    QCOMPARE(result.err, QByteArray());
-    QCOMPARE(result.out, QByteArray());
+    const ZqlTest::SettingsRun result = apply(settings);
+    QCOMPARE(result.standardError, QByteArray());
+    QCOMPARE(result.standardOutput, QByteArray());
     QCOMPARE(result.failed, false);
     QCOMPARE(ZqlTest::readBytes(Conf), modes);
     QCOMPARE(ZqlTest::readBytes(Xattr), xattr);
@@ -307,9 +295,9 @@ void DigSigModuleTest::setOnWritableBootDoesNotRemount()
     ZqlTest::SearchPathFront front;
     QVERIFY2(front.isValid(&error), qPrintable(error));
     QVERIFY(front.addTool(QStringLiteral("mount"), "exec /bin/mount \"$@\""));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
-    QCOMPARE(result.err, QByteArray());
+    QCOMPARE(result.standardError, QByteArray());
     QCOMPARE(result.failed, false);
     QCOMPARE(front.runs(), QStringList());
     QCOMPARE(DigSigFixture::calls(), QStringList{QStringLiteral("-u -k all (boot rw)")});
@@ -323,9 +311,9 @@ void DigSigModuleTest::setOnReadOnlyBootRemountsAround()
     ZqlTest::SearchPathFront front;
     QVERIFY2(front.isValid(&error), qPrintable(error));
     QVERIFY(front.addTool(QStringLiteral("mount"), "exec /bin/mount \"$@\""));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("Debug"), QStringLiteral("On"), QStringLiteral("x")));
-    QCOMPARE(result.err, QByteArray());
+    QCOMPARE(result.standardError, QByteArray());
     QCOMPARE(result.failed, false);
     QCOMPARE(front.runs(), (QStringList{QStringLiteral("path mount -o remount,rw /boot"),
                                         QStringLiteral("path mount -o remount,ro /boot")}));
@@ -342,11 +330,11 @@ void DigSigModuleTest::setRemountFails()
     ZqlTest::SearchPathFront front;
     QVERIFY2(front.isValid(&error), qPrintable(error));
     QVERIFY(front.addTool(QStringLiteral("mount"), "echo 'mount: permission denied' >&2; exit 32"));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, true);
     // mount's own message reaches the host's standard error before the module's.
-    QCOMPARE(result.err,
+    QCOMPARE(result.standardError,
              QByteArray("mount: permission denied\ndigsig : Can't remount /boot read write\n"));
     QCOMPARE(front.runs(), QStringList{QStringLiteral("path mount -o remount,rw /boot")});
     QCOMPARE(DigSigFixture::calls(), QStringList());        // no rebuild
@@ -359,10 +347,10 @@ void DigSigModuleTest::failedRebuildLeavesBootWritable()
     QString error;
     QVERIFY2(m_fixture.mountBoot(true, &error), qPrintable(error));
     QVERIFY(DigSigFixture::setToolBehaviour("exit 2"));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err,
+    QCOMPARE(result.standardError,
              QByteArray("digsig : Process: \"update-initramfs -u -k all\" finished with errors:\n"
                         "E: /usr/share/initramfs-tools/hooks/digsig failed with return 2.\n\n"
                         "Exit code: 2\n"));
@@ -374,11 +362,11 @@ void DigSigModuleTest::failedRebuildLeavesBootWritable()
 void DigSigModuleTest::setPrintsWarningsOnStandardOutput()
 {
     QVERIFY(DigSigFixture::setToolBehaviour("warn-ldconfig"));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, false);
-    QCOMPARE(result.err, QByteArray());
-    QCOMPARE(result.out,
+    QCOMPARE(result.standardError, QByteArray());
+    QCOMPARE(result.standardOutput,
              QByteArray("digsig : Process: \"update-initramfs -u -k all\" finished with "
                         "warnings:\nldconfig: input file /var/tmp/mkinitramfs_Zq1x/etc/"
                         "ld.so.cache not found\n\n"));
@@ -388,22 +376,23 @@ void DigSigModuleTest::setRebuildError()
 {
     QVERIFY(DigSigFixture::setToolBehaviour("ok"));
     QVERIFY(DigSigFixture::setToolStandardError("E: y\n"));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.out, QByteArray());
-    QCOMPARE(result.err, QByteArray("digsig : Process: \"update-initramfs -u -k all\" finished "
-                                    "with errors:\nE: y\n\n"));
+    QCOMPARE(result.standardOutput, QByteArray());
+    QCOMPARE(result.standardError,
+             QByteArray("digsig : Process: \"update-initramfs -u -k all\" finished "
+                        "with errors:\nE: y\n\n"));
 }
 
 void DigSigModuleTest::writeFailureSkipsRebuild()
 {
     QString error;
     QVERIFY2(m_fixture.bindReadOnly(ZqlTest::DigSigDir, &error), qPrintable(error));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err,
+    QCOMPARE(result.standardError,
              QByteArray("digsig : file /etc/digsig/digsig_initramfs.conf can not be opened\n"));
     QCOMPARE(DigSigFixture::calls(), QStringList());
     QCOMPARE(ZqlTest::readBytes(Conf), m_fixture.originalOptions());
@@ -413,10 +402,10 @@ void DigSigModuleTest::writeFailureSkipsRebuild()
 void DigSigModuleTest::unreadableMountTable()
 {
     QVERIFY(QFile::remove(QStringLiteral("/etc/mtab")));
-    const SetResult result =
+    const ZqlTest::SettingsRun result =
         apply(allThree(QStringLiteral("On"), QStringLiteral("On"), QStringLiteral("x")));
     QCOMPARE(result.failed, true);
-    QCOMPARE(result.err, QByteArray("digsig : Can't parse /etc/mtab\n"));
+    QCOMPARE(result.standardError, QByteArray("digsig : Can't parse /etc/mtab\n"));
     QCOMPARE(DigSigFixture::calls(), QStringList());
 }
 

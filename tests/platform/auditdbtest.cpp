@@ -1,5 +1,6 @@
 // The reference platform's audit database: store and read back, entries of other types and
 // names, a damaged file of every kind, the atomic replacement and two processes at once.
+#include "scratchmounts.h"
 #include "systemfixture.h"
 #include "testmain.h"
 
@@ -86,7 +87,7 @@ private Q_SLOTS:
 
 private:
     QByteArray m_original;
-    QStringList m_mounts;
+    ZqlTest::ScratchMounts m_mounts;
 };
 
 void AuditDbTest::initTestCase()
@@ -103,8 +104,7 @@ void AuditDbTest::init()
 void AuditDbTest::cleanup()
 {
     QString error;
-    while (!m_mounts.isEmpty())
-        QVERIFY2(ZqlTest::unmount(m_mounts.takeLast(), &error), qPrintable(error));
+    QVERIFY2(m_mounts.unmountAll(&error), qPrintable(error));
     if (QFileInfo(Database).isDir())
         QVERIFY(QDir(Database).removeRecursively());
     QVERIFY(ZqlTest::writeBytes(Database, m_original));
@@ -258,17 +258,10 @@ void AuditDbTest::modeKeptAndNoTemporaryLeft()
 void AuditDbTest::fullFileSystemKeepsOldDatabase()
 {
     QString error;
-    QVERIFY2(ZqlTest::mountTmpfs(DatabaseDir, QStringLiteral("size=16k"), &error),
-             qPrintable(error));
-    m_mounts.append(DatabaseDir);
+    QVERIFY2(m_mounts.tmpfs(DatabaseDir, QStringLiteral("size=16k"), &error), qPrintable(error));
     QVERIFY(ZqlTest::writeBytes(Database, m_original));
     QVERIFY(ZqlTest::writeBytes(LockFile, {}));
-    QFile filler(DatabaseDir + QStringLiteral("/filler"));
-    QVERIFY(filler.open(QIODevice::WriteOnly));
-    const QByteArray block(4096, 'x');
-    while (filler.write(block) == block.size() && filler.flush()) {
-    }
-    filler.close();
+    ZqlTest::fillFileSystem(DatabaseDir);
     errno = 0;
     QCOMPARE(store(4, "", 1, 2), -1);
     QCOMPARE(errno, ENOSPC);

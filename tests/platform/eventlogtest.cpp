@@ -1,6 +1,7 @@
 // The reference platform's event log: one line per event with its time, process, code, outcome
 // and texts; appended, never rewritten; a full file system refuses the event and leaves the log
 // as it was; two processes at once never mix their records.
+#include "scratchmounts.h"
 #include "systemfixture.h"
 #include "testmain.h"
 
@@ -59,7 +60,7 @@ private Q_SLOTS:
     void twoProcessesAtOnce();
 
 private:
-    QStringList m_mounts;
+    ZqlTest::ScratchMounts m_mounts;
 };
 
 void EventLogTest::init()
@@ -70,8 +71,7 @@ void EventLogTest::init()
 void EventLogTest::cleanup()
 {
     QString error;
-    while (!m_mounts.isEmpty())
-        QVERIFY2(ZqlTest::unmount(m_mounts.takeLast(), &error), qPrintable(error));
+    QVERIFY2(m_mounts.unmountAll(&error), qPrintable(error));
     QDir(LogDir).removeRecursively();
 }
 
@@ -158,26 +158,17 @@ void EventLogTest::fullFileSystemRefuses()
 {
     QVERIFY(QDir().mkpath(LogDir));
     QString error;
-    QVERIFY2(ZqlTest::mountTmpfs(LogDir, QStringLiteral("size=16k"), &error), qPrintable(error));
-    m_mounts.append(LogDir);
+    QVERIFY2(m_mounts.tmpfs(LogDir, QStringLiteral("size=16k"), &error), qPrintable(error));
     // A log whose last block is full, then no free block left.
     QVERIFY(ZqlTest::writeBytes(Log, QByteArray(4095, 'x') + '\n'));
-    QFile filler(LogDir + QStringLiteral("/filler"));
-    QVERIFY(filler.open(QIODevice::WriteOnly));
-    const QByteArray block(4096, 'x');
-    while (filler.write(block) == block.size() && filler.flush()) {
-    }
-    filler.close();
+    ZqlTest::fillFileSystem(LogDir);
     const QByteArray before = ZqlTest::readBytes(Log);
     QCOMPARE(send(99, true, "o:a:b"), 0);
     QCOMPARE(ZqlTest::readBytes(Log), before);
     // A record that fits only in part is cut off again: the log never holds half a record.
     QVERIFY(QFile::remove(LogDir + QStringLiteral("/filler")));
     QVERIFY(ZqlTest::writeBytes(Log, QByteArray(4000, 'x') + '\n'));
-    QVERIFY(filler.open(QIODevice::WriteOnly));
-    while (filler.write(block) == block.size() && filler.flush()) {
-    }
-    filler.close();
+    ZqlTest::fillFileSystem(LogDir);
     const QByteArray partial = ZqlTest::readBytes(Log);
     QCOMPARE(send(99, true, QByteArray(500, 'y')), 0);
     QCOMPARE(ZqlTest::readBytes(Log), partial);
@@ -187,8 +178,7 @@ void EventLogTest::readOnlyLogRefuses()
 {
     QVERIFY(send(1, true, "x") != 0);
     QString error;
-    QVERIFY2(ZqlTest::bindReadOnly(LogDir, &error), qPrintable(error));
-    m_mounts.append(LogDir);
+    QVERIFY2(m_mounts.readOnly(LogDir, &error), qPrintable(error));
     const QByteArray before = ZqlTest::readBytes(Log);
     QCOMPARE(send(2, true, "y"), 0);
     QCOMPARE(ZqlTest::readBytes(Log), before);
