@@ -1,5 +1,6 @@
 // The reference platform's audit database: store and read back, entries of other types and
 // names, a damaged file of every kind, the atomic replacement and two processes at once.
+#include "processesatonce.h"
 #include "scratchmounts.h"
 #include "systemfixture.h"
 #include "testmain.h"
@@ -289,25 +290,14 @@ void AuditDbTest::twoProcessesAtOnce()
     // Each process adds its own entries, one open-store-close at a time; none may be lost to
     // the other's read-modify-write.
     constexpr int PerProcess = 40;
-    pid_t children[2] = {};
-    for (int child = 0; child < 2; ++child) {
-        children[child] = ::fork();
-        QVERIFY(children[child] >= 0);
-        if (children[child] == 0) {
-            for (int i = 0; i < PerProcess; ++i) {
-                const QByteArray name =
-                    "p" + QByteArray::number(child) + "-" + QByteArray::number(i);
-                if (store(5, name.constData(), static_cast<uint32_t>(i), 0) != 0)
-                    ::_exit(1);
-            }
-            ::_exit(0);
+    QVERIFY(ZqlTest::runProcessesAtOnce(2, [](int child) {
+        for (int i = 0; i < PerProcess; ++i) {
+            const QByteArray name = "p" + QByteArray::number(child) + "-" + QByteArray::number(i);
+            if (store(5, name.constData(), static_cast<uint32_t>(i), 0) != 0)
+                return false;
         }
-    }
-    for (pid_t child : children) {
-        int status = 0;
-        QCOMPARE(::waitpid(child, &status, 0), child);
-        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
+        return true;
+    }));
     const QList<QByteArray> lines = ZqlTest::readBytes(Database).split('\n');
     QCOMPARE(lines.size(), 2 + 2 * PerProcess + 1); // header, default entry, the new, the end
     for (int child = 0; child < 2; ++child) {

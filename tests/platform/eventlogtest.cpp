@@ -1,6 +1,7 @@
 // The reference platform's event log: one line per event with its time, process, code, outcome
 // and texts; appended, never rewritten; a full file system refuses the event and leaves the log
 // as it was; two processes at once never mix their records.
+#include "processesatonce.h"
 #include "scratchmounts.h"
 #include "systemfixture.h"
 #include "testmain.h"
@@ -187,25 +188,15 @@ void EventLogTest::readOnlyLogRefuses()
 void EventLogTest::twoProcessesAtOnce()
 {
     constexpr int PerProcess = 300;
-    pid_t children[2] = {};
-    for (int child = 0; child < 2; ++child) {
-        children[child] = ::fork();
-        QVERIFY(children[child] >= 0);
-        if (children[child] == 0) {
-            // Long texts, so that a record takes more than one small write if it were split.
-            const QByteArray text = QByteArray(2000, child == 0 ? 'a' : 'b');
-            for (int i = 0; i < PerProcess; ++i) {
-                if (send(i, true, text + QByteArray::number(i)) == 0)
-                    ::_exit(1);
-            }
-            ::_exit(0);
+    QVERIFY(ZqlTest::runProcessesAtOnce(2, [](int child) {
+        // Long texts, so that a record takes more than one small write if it were split.
+        const QByteArray text = QByteArray(2000, child == 0 ? 'a' : 'b');
+        for (int i = 0; i < PerProcess; ++i) {
+            if (send(i, true, text + QByteArray::number(i)) == 0)
+                return false;
         }
-    }
-    for (pid_t child : children) {
-        int status = 0;
-        QCOMPARE(::waitpid(child, &status, 0), child);
-        QVERIFY(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    }
+        return true;
+    }));
     const QList<QByteArray> lines = records();
     QCOMPARE(lines.size(), 2 * PerProcess);
     int seen[2] = {0, 0};
