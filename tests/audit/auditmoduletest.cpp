@@ -29,7 +29,7 @@ const QByteArray Header = "zql-platform-auddb 1\n";
 ZqlTest::SettingsRun apply(const Settings &settings)
 {
     AuditModule module;
-    const ZqlTest::SettingsRun run = ZqlTest::runSetSettings(module, settings);
+    ZqlTest::SettingsRun run = ZqlTest::runSetSettings(module, settings);
     QTest::qVerify(run.standardOutput.isEmpty(), "standard output", "", __FILE__, __LINE__);
     return run;
 }
