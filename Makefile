@@ -77,7 +77,8 @@ test-vendor: deps
 	    -DZQL_WERROR=$(ZQL_WERROR) -DZQL_TIDY_TESTS=OFF -DZQL_BUILD_BENCHMARKS=OFF \
 	    -DZQL_VENDOR_PLATFORM=ON -DZQL_PLATFORM_REFERENCE_TESTS=ON \
 	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
-	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest
+	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest \
+	    auditdbtest eventlogtest
 	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
 
 # The fuzzers: a clang build of the library and zql-policy's core with libFuzzer, ASan and UBSan.
@@ -96,7 +97,8 @@ fuzz:
 
 # Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
 bench: build
-	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) -- \
+	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) \
+	    --layer $(CURDIR)/sim/layer -- \
 	    $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
 	sh benchmarks/zql-policy-timing.sh $(BUILD_DIR)
 

@@ -2,6 +2,107 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="ru_RU">
 <context>
+    <name>AuditModule</name>
+    <message>
+        <source>Internal errror: %1</source>
+        <translation>Внутренняя ошибка: %1</translation>
+    </message>
+    <message>
+        <source>Failed to add audit record</source>
+        <translation>Не удалось добавить запись аудита</translation>
+    </message>
+</context>
+<context>
+    <name>DigSigConfig</name>
+    <message>
+        <source>Can&apos;t open file %1</source>
+        <translation>Не удаётся открыть файл %1</translation>
+    </message>
+    <message>
+        <source>file %1 has invalid line: %2</source>
+        <translation>файл %1 содержит недопустимую строку: %2</translation>
+    </message>
+    <message>
+        <source>file %1 contains invalid key: %2</source>
+        <translation>файл %1 содержит недопустимый ключ: %2</translation>
+    </message>
+    <message>
+        <source>file %1 does not contain the required option %2</source>
+        <translation>файл %1 не содержит обязательный параметр %2</translation>
+    </message>
+    <message>
+        <source>DIGSIG_ELF_MODE value &quot;%1&quot; is invalid</source>
+        <translation>недопустимое значение DIGSIG_ELF_MODE &quot;%1&quot;</translation>
+    </message>
+    <message>
+        <source>DIGSIG_XATTR_MODE value &quot;%1&quot; is invalid</source>
+        <translation>недопустимое значение DIGSIG_XATTR_MODE &quot;%1&quot;</translation>
+    </message>
+    <message>
+        <source>DIGSIG_IGNORE_XATTR_KEYS value &quot;%1&quot; is invalid</source>
+        <translation>недопустимое значение DIGSIG_IGNORE_XATTR_KEYS &quot;%1&quot;</translation>
+    </message>
+    <message>
+        <source>DIGSIG_IGNORE_GOST2001 value &quot;%1&quot; is invalid</source>
+        <translation>недопустимое значение DIGSIG_IGNORE_GOST2001 &quot;%1&quot;</translation>
+    </message>
+    <message>
+        <source>file %1 can not be opened</source>
+        <translation>не удаётся открыть файл %1</translation>
+    </message>
+    <message>
+        <source>file %1 can not be saved</source>
+        <translation>не удаётся сохранить файл %1</translation>
+    </message>
+    <message>
+        <source>Line %1 exceeds the size limit.</source>
+        <translation>Строка %1 превышает допустимый размер.</translation>
+    </message>
+    <message>
+        <source>Can&apos;t parse /etc/mtab</source>
+        <translation>Не удаётся разобрать /etc/mtab</translation>
+    </message>
+    <message>
+        <source>Process: &quot;%1 %2&quot;. Error: %3.
+&quot;Not started&quot;</source>
+        <translation>Процесс: &quot;%1 %2&quot;. Ошибка: %3.
+&quot;Не запущен&quot;</translation>
+    </message>
+    <message>
+        <source>Process: &quot;%1 %2&quot;. Error: %3.
+&quot;Not finished&quot;</source>
+        <translation>Процесс: &quot;%1 %2&quot;. Ошибка: %3.
+&quot;Не завершён&quot;</translation>
+    </message>
+    <message>
+        <source>Process: &quot;%1 %2&quot; finished with errors:
+%3
+Exit code: %4</source>
+        <translation>Процесс: &quot;%1 %2&quot; завершился с ошибками:
+%3
+Код выхода: %4</translation>
+    </message>
+    <message>
+        <source>Process: &quot;%1 %2&quot; finished with errors:
+%3</source>
+        <translation>Процесс: &quot;%1 %2&quot; завершился с ошибками:
+%3</translation>
+    </message>
+    <message>
+        <source>Process: &quot;%1 %2&quot; finished with warnings:
+%3</source>
+        <translation>Процесс: &quot;%1 %2&quot; завершился с предупреждениями:
+%3</translation>
+    </message>
+</context>
+<context>
+    <name>DigSigModule</name>
+    <message>
+        <source>Can&apos;t remount /boot read write</source>
+        <translation>Не удаётся перемонтировать /boot для чтения и записи</translation>
+    </message>
+</context>
+<context>
     <name>QObject</name>
     <message>
         <source>&quot;%1&quot; not exists</source>

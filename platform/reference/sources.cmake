@@ -3,7 +3,12 @@
 # (tests/platform/vendor-standin).
 set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
+    tessel/auditdb.h
+    tessel/eventlog.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
+    reference/auditdb.cpp
+    reference/eventlog.cpp
+    reference/writeall_p.h
 )

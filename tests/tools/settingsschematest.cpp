@@ -72,7 +72,16 @@ QList<QPair<QString, Json>> wrongValues(const ValueRule &rule)
         add("object", object);
         break;
     }
+    case ValueRule::Kind::UnsignedMask:
+        add("negative", -1);
+        add("1e30", 1e30);
+        add("a fraction", 1.5);
+        add("a string of digits", "5");
+        add("null", nullptr);
+        add("true", true);
+        break;
     case ValueRule::Kind::Text:
+    case ValueRule::Kind::MultiLineText:
     case ValueRule::Kind::AbsolutePath:
         add("a number", 5);
         add("null", nullptr);
@@ -87,9 +96,11 @@ QList<QPair<QString, Json>> wrongValues(const ValueRule &rule)
         const Json words = rule.jsonSchema()["enum"];
         for (const Json &word : words) {
             const std::string text = word.get<std::string>();
-            std::string upper = text;
-            upper[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(upper[0])));
-            values.append({QString::fromStdString(text + " capitalised"), upper});
+            std::string other = text;
+            const auto first = static_cast<unsigned char>(other[0]);
+            other[0] =
+                static_cast<char>(std::isupper(first) ? std::tolower(first) : std::toupper(first));
+            values.append({QString::fromStdString(text + " in the other case"), other});
             values.append({QString::fromStdString(text + " with a blank"), text + " "});
         }
         add("empty", "");
@@ -115,9 +126,12 @@ Json goodValue(const ValueRule &rule)
         return true;
     case ValueRule::Kind::Integer:
         return rule.jsonSchema()["minimum"];
+    case ValueRule::Kind::UnsignedMask:
+        return 0;
     case ValueRule::Kind::SwitchedNumber:
         return Json::array({false, rule.jsonSchema()["prefixItems"][1]["minimum"]});
     case ValueRule::Kind::Text:
+    case ValueRule::Kind::MultiLineText:
     case ValueRule::Kind::AbsolutePath:
         return "/a";
     case ValueRule::Kind::Choice:

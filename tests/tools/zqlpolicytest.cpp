@@ -33,6 +33,10 @@ const QString TesselConf = QStringLiteral("/etc/tessel/tessel.conf");
 const QString SwitchDir = QStringLiteral("/var/lib/zql-sim/switches");
 const QString Monitor = QStringLiteral("/usr/sbin/lumo-security-monitor");
 const QString MonitorAway = Monitor + QStringLiteral(".away");
+const QString InitramfsBehaviour = QStringLiteral("/var/lib/zql-sim/update-initramfs/behaviour");
+const QString InitramfsImage = QStringLiteral("/boot/initrd.img-6.1.0-sim-amd64");
+const QString AuditDatabase = QStringLiteral("/etc/zql-platform/auddb");
+const QString EventLog = QStringLiteral("/var/log/zql-platform/events.log");
 
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
@@ -250,6 +254,8 @@ private Q_SLOTS:
     void progressOnTerminal();
     void noProgressWithoutTerminal();
     void dryRunColourOnlyOnTerminal();
+    void progressWhileRamDiskIsRebuilt();
+    void auditMasksTravelExactly();
 
 private:
     QTemporaryDir m_dir;
@@ -294,6 +300,7 @@ void ZqlPolicyTest::cleanup()
     QFile::remove(QStringLiteral("/var/lib/zql-sim/security-monitor/behaviour"));
     if (QFileInfo::exists(MonitorAway))
         QFile::rename(MonitorAway, Monitor); // moved by failingApplyOnStockMachineWritesWholeLines
+    QFile::remove(InitramfsBehaviour);       // written by progressWhileRamDiskIsRebuilt
     QString error;
     if (QFileInfo(path("full")).isDir())
         ZqlTest::unmount(path("full"), &error); // mounted by exportToUnwritablePlace
@@ -318,7 +325,7 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QByteArray>("message");
 
     const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, console-policy, system-parameters";
+                               "login-local, audit, digsig, console-policy, system-parameters";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -391,6 +398,8 @@ void ZqlPolicyTest::list()
                                     "password-policy        available\n"
                                     "account-lockout        available\n"
                                     "login-local            available\n"
+                                    "audit                  available\n"
+                                    "digsig                 available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"));
 }
@@ -479,10 +488,12 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(applied.err,
-             QByteArray("zql-policy: " + path("p.json").toUtf8() +
-                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, console-policy, system-parameters\n"));
+    QCOMPARE(
+        applied.err,
+        QByteArray(
+            "zql-policy: " + path("p.json").toUtf8() +
+            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -494,7 +505,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "console-policy, system-parameters"));
+                 "audit, digsig, console-policy, system-parameters"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -511,10 +522,11 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
-                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, console-policy, system-parameters\n"
-                             "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err,
+             "zql-policy: " + path("start.json").toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"
+                 "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -542,10 +554,11 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out, path("part.json").toUtf8() +
-                              ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, console-policy, system-parameters; not exported: "
-                              "login-local\n");
+    QCOMPARE(checked.out,
+             path("part.json").toUtf8() +
+                 ": accepted: user-creation-policy, password-policy, "
+                 "account-lockout, audit, digsig, console-policy, system-parameters; not exported: "
+                 "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -584,9 +597,10 @@ void ZqlPolicyTest::checkAcceptsExport()
     const Run result = run({QStringLiteral("check"), path("c.json")});
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.out,
-             (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                                              "account-lockout, login-local, console-policy, "
-                                              "system-parameters\n"))
+             (path("c.json") +
+              QStringLiteral(": accepted: user-creation-policy, password-policy, "
+                             "account-lockout, login-local, audit, digsig, console-policy, "
+                             "system-parameters\n"))
                  .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
@@ -628,7 +642,8 @@ void ZqlPolicyTest::refused_data()
     QTest::newRow("unknown module")
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
-                      "user-creation-policy, password-policy, account-lockout, login-local, "
+                      "user-creation-policy, password-policy, account-lockout, login-local, audit, "
+                      "digsig, "
                       "console-policy, system-parameters)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
@@ -1002,7 +1017,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, console-policy, system-parameters\n");
+                            "login-local, audit, digsig, console-policy, system-parameters\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -1011,9 +1026,11 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
-                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, console-policy, system-parameters\n");
+    QCOMPARE(
+        again.err,
+        "zql-policy: " + HardeningPolicy.toUtf8() +
+            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -1049,7 +1066,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, console-policy, "
+        "password-policy, account-lockout, audit, digsig, console-policy, "
         "system-parameters\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 
@@ -1465,6 +1482,50 @@ void ZqlPolicyTest::dryRunColourOnlyOnTerminal()
                       &exitCode);
     QCOMPARE(exitCode, 0);
     QVERIFY2(plain.contains("+login_local all\r\n") && !plain.contains('\033'), plain.constData());
+}
+
+void ZqlPolicyTest::progressWhileRamDiskIsRebuilt()
+{
+    // Every digsig write rebuilds the initial RAM disks, here for a second: the terminal shows
+    // how long the step has been running, then that it ended.
+    QVERIFY(ZqlTest::writeBytes(InitramfsBehaviour, "delay 1\n"));
+    QVERIFY(ZqlTest::writeBytes(path("digsig.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, \"digsig\": "
+                                "{\"Attributes\": \"Debug\", \"Files\": \"On\", "
+                                "\"Templates\": \"security.ima\"}}"));
+    int exitCode = -1;
+    const QByteArray shown =
+        runOnTerminal({QStringLiteral("apply"), path("digsig.json")}, &exitCode);
+    QCOMPARE(exitCode, 0);
+    const QRegularExpression progress(
+        QStringLiteral("^zql-policy: applying digsig: \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(progress.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    const QRegularExpression done(
+        QStringLiteral("^zql-policy: applying digsig: done after \\d+\\.\\d s\\r$"),
+        QRegularExpression::MultilineOption);
+    QVERIFY2(done.match(QString::fromUtf8(shown)).hasMatch(), shown.constData());
+    QVERIFY(ZqlTest::readBytes(InitramfsImage).contains("DIGSIG_XATTR_MODE=2\n"));
+}
+
+void ZqlPolicyTest::auditMasksTravelExactly()
+{
+    // 2^53 + 1 and 2^64 - 1: a double would make the first 2^53, whose low 32 bits are 0. The
+    // module keeps the low 32 bits of each.
+    QVERIFY(ZqlTest::writeBytes(path("audit.json"),
+                                "{\"format\": \"zql-policy\", \"version\": 1, \"audit\": "
+                                "{\"success\": 9007199254740993, "
+                                "\"fail\": 18446744073709551615}}"));
+    const Run applied = run({QStringLiteral("apply"), path("audit.json")});
+    QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
+    QCOMPARE(ZqlTest::readBytes(AuditDatabase),
+             QByteArray("zql-platform-auddb 1\n4::0x00000001:0xffffffff\n"));
+    QVERIFY(ZqlTest::readBytes(EventLog).endsWith("\t99\tsuccess\to:o:ocxdrwamunil\t\t\n"));
+
+    const Run got = run({QStringLiteral("get"), QStringLiteral("audit")});
+    QCOMPARE(got.exitCode, 0);
+    QVERIFY2(got.out.contains("\"fail\": 4294967295") && got.out.contains("\"success\": 1"),
+             got.out.constData());
 }
 
 ZQL_SANDBOXED_TEST_MAIN(ZqlPolicyTest)

@@ -94,6 +94,28 @@ SettingsSchema LibrarySchemas::loginLocal()
     });
 }
 
+SettingsSchema LibrarySchemas::audit()
+{
+    // The masks travel whole; the module keeps their low 32 bits.
+    return SettingsSchema({
+        {QStringLiteral("success"), ValueRule::unsignedMask()},
+        {QStringLiteral("fail"), ValueRule::unsignedMask()},
+    });
+}
+
+SettingsSchema LibrarySchemas::digsig()
+{
+    // A mode name the module does not know (its export says "Unknown" for a number without a
+    // name) would be written as 0, off.
+    const ValueRule mode =
+        ValueRule::choice({QStringLiteral("On"), QStringLiteral("Off"), QStringLiteral("Debug")});
+    return SettingsSchema({
+        {QStringLiteral("Files"), mode},
+        {QStringLiteral("Attributes"), mode},
+        {QStringLiteral("Templates"), ValueRule::multiLineText()},
+    });
+}
+
 SettingsSchema LibrarySchemas::securitySwitches()
 {
     // The switches are the machine's: their script names under /usr/sbin, each on or off.

@@ -13,6 +13,8 @@ public:
     static SettingsSchema passwordPolicy();
     static SettingsSchema userCreationPolicy();
     static SettingsSchema loginLocal();
+    static SettingsSchema audit();
+    static SettingsSchema digsig();
     /** console-policy and system-parameters. */
     static SettingsSchema securitySwitches();
 };

@@ -26,6 +26,12 @@ ModuleRegistry ModuleRegistry::libraryModules()
         QStringLiteral("login-local"), [] { return std::make_unique<LoginLocalModule>(); },
         LibrarySchemas::loginLocal());
     registry.add(
+        QStringLiteral("audit"), [] { return std::make_unique<AuditModule>(); },
+        LibrarySchemas::audit());
+    registry.add(
+        QStringLiteral("digsig"), [] { return std::make_unique<DigSigModule>(); },
+        LibrarySchemas::digsig());
+    registry.add(
         QStringLiteral("console-policy"), [] { return std::make_unique<ConsolePolicyModule>(); },
         LibrarySchemas::securitySwitches());
     registry.add(
@@ -96,6 +102,22 @@ QHash<QString, QVariant> ModuleRegistry::defaultsWhenAbsent(const QString &name)
                 {QStringLiteral("USERS_GID"), 100}};
     }
     return {};
+}
+
+QHash<QString, QVariant> ModuleRegistry::policyForm(const QString &name,
+                                                    QHash<QString, QVariant> settings)
+{
+    // digsig writes every line of "Templates" with a line feed of its own, so the text it reads
+    // back ends in one line feed more than the text it was given. Without that line feed the
+    // text is the one that writes the file as it is: an export applied back changes no byte,
+    // and a policy applied once follows the machine.
+    if (name == QLatin1String("digsig")) {
+        const QString key = QStringLiteral("Templates");
+        const QString text = settings.value(key).toString();
+        if (settings.contains(key) && text.endsWith(QLatin1Char('\n')))
+            settings.insert(key, text.left(text.size() - 1));
+    }
+    return settings;
 }
 
 } // namespace ZqlPolicy

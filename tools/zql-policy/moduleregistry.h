@@ -69,6 +69,14 @@ public:
      */
     static QHash<QString, QVariant> defaultsWhenAbsent(const QString &name);
 
+    /**
+     * The settings @p settings that the module @p name read, as a policy holds them: the values
+     * that, written back, give the machine's files as they are. Export writes this form and
+     * drift compares with it.
+     */
+    static QHash<QString, QVariant> policyForm(const QString &name,
+                                               QHash<QString, QVariant> settings);
+
 private:
     QStringList m_names;
     std::vector<Factory> m_factories;

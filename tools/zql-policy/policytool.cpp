@@ -86,8 +86,9 @@ ModuleDrift compareWithMachine(const ModuleRegistry &registry, const QString &na
         drift.status = DriftUnreadable;
         return drift;
     }
-    drift.differences = SettingsComparison::differences(settings, reply.second,
-                                                        ModuleRegistry::defaultsWhenAbsent(name));
+    drift.differences =
+        SettingsComparison::differences(settings, ModuleRegistry::policyForm(name, reply.second),
+                                        ModuleRegistry::defaultsWhenAbsent(name));
     drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
     return drift;
 }
@@ -323,7 +324,7 @@ int PolicyTool::exportPolicy(const QStringList &modules, const QString &outputFi
             if (reply.first != ModuleInterface::StatusSuccess)
                 failed.append(name);
             else
-                document.addSection(name, reply.second);
+                document.addSection(name, ModuleRegistry::policyForm(name, reply.second));
             DiagnosticRelay::endLines();
         }
     }

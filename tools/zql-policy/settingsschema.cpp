@@ -14,6 +14,7 @@ namespace {
 // The characters the check refuses in every text (see PolicyChecker), as a JSON Schema
 // pattern, so that an editor refuses them too.
 const char PrintableText[] = "^[^\\u0000-\\u001F\\u007F-\\u009F\\u2028\\u2029]*$";
+const char PrintableLines[] = "^[^\\u0000-\\u0008\\u000B-\\u001F\\u007F-\\u009F\\u2028\\u2029]*$";
 const char PrintablePath[] = "^/[^\\u0000-\\u001F\\u007F-\\u009F\\u2028\\u2029]*$";
 
 QString joinPath(const QString &path, const QString &key)
@@ -75,9 +76,19 @@ ValueRule ValueRule::integer(qint64 minimum, qint64 maximum)
     return rule;
 }
 
+ValueRule ValueRule::unsignedMask()
+{
+    return ValueRule(Kind::UnsignedMask);
+}
+
 ValueRule ValueRule::text()
 {
     return ValueRule(Kind::Text);
+}
+
+ValueRule ValueRule::multiLineText()
+{
+    return ValueRule(Kind::MultiLineText);
 }
 
 ValueRule ValueRule::absolutePath()
@@ -122,8 +133,12 @@ QString ValueRule::expectation() const
         return QStringLiteral("true or false");
     case Kind::Integer:
         return QStringLiteral("an integer from %1 to %2").arg(m_minimum).arg(m_maximum);
+    case Kind::UnsignedMask:
+        return QStringLiteral("an integer from 0 to 18446744073709551615");
     case Kind::Text:
         return QStringLiteral("a string");
+    case Kind::MultiLineText:
+        return QStringLiteral("a string (of lines)");
     case Kind::AbsolutePath:
         return QStringLiteral("an absolute path (a string that starts with \"/\")");
     case Kind::Choice:
@@ -156,9 +171,18 @@ Json ValueRule::jsonSchema() const
         schema["minimum"] = m_minimum;
         schema["maximum"] = m_maximum;
         break;
+    case Kind::UnsignedMask:
+        schema["type"] = "integer";
+        schema["minimum"] = 0;
+        schema["maximum"] = std::numeric_limits<std::uint64_t>::max();
+        break;
     case Kind::Text:
         schema["type"] = "string";
         schema["pattern"] = PrintableText;
+        break;
+    case Kind::MultiLineText:
+        schema["type"] = "string";
+        schema["pattern"] = PrintableLines;
         break;
     case Kind::AbsolutePath:
         schema["type"] = "string";
@@ -215,7 +239,12 @@ void ValueRule::validate(const QString &module, const QString &path, const Json 
     case Kind::Integer:
         fits = integerInRange(value, m_minimum, m_maximum);
         break;
+    case Kind::UnsignedMask:
+        fits = value.is_number_unsigned() ||
+               (value.is_number_integer() && value.get<std::int64_t>() >= 0);
+        break;
     case Kind::Text:
+    case Kind::MultiLineText:
         fits = value.is_string();
         break;
     case Kind::AbsolutePath:

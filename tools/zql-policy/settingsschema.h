@@ -25,15 +25,30 @@ struct KeyRule;
 class ValueRule
 {
 public:
-    enum class Kind { Any, Boolean, Integer, Text, AbsolutePath, Choice, SwitchedNumber, Table };
+    enum class Kind {
+        Any,
+        Boolean,
+        Integer,
+        UnsignedMask,
+        Text,
+        MultiLineText,
+        AbsolutePath,
+        Choice,
+        SwitchedNumber,
+        Table
+    };
 
     /** Any value (the modules of tests). */
     static ValueRule any();
     static ValueRule boolean();
     /** A JSON integer from @p minimum to @p maximum. */
     static ValueRule integer(qint64 minimum, qint64 maximum);
+    /** A JSON integer from 0 to 2^64 - 1 (a 64-bit mask). */
+    static ValueRule unsignedMask();
     /** A string. */
     static ValueRule text();
+    /** A string that may hold line feeds and tabs (a text made of lines by design). */
+    static ValueRule multiLineText();
     /** A string that starts with "/". */
     static ValueRule absolutePath();
     /** One of @p words, exactly (case-sensitive). */
