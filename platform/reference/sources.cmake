@@ -3,7 +3,9 @@
 # (tests/platform/vendor-standin).
 set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
+    velaui/velauidesktopentry.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
+    reference/velauidesktopentry.cpp
 )
