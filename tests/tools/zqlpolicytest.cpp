@@ -162,10 +162,12 @@ QMap<QByteArray, StatGroup> statGroups(const QByteArray &preview)
 // GNU diff's count of added and removed lines between two files (a missing one is empty).
 void diffCounts(const QString &before, const QString &after, int *added, int *removed)
 {
+    // A file the apply removed is a whiteout (a character device) in the kept layer.
     const QString nothing = QStringLiteral("/dev/null");
-    const ZqlTest::ToolRun diff = ZqlTest::runTool(
-        QStringLiteral("diff"), {QStringLiteral("-u"), QFileInfo::exists(before) ? before : nothing,
-                                 QFileInfo::exists(after) ? after : nothing});
+    const ZqlTest::ToolRun diff =
+        ZqlTest::runTool(QStringLiteral("diff"),
+                         {QStringLiteral("-u"), QFileInfo(before).isFile() ? before : nothing,
+                          QFileInfo(after).isFile() ? after : nothing});
     *added = 0;
     *removed = 0;
     const QList<QByteArray> lines = diff.standardOutput.split('\n');
@@ -308,7 +310,7 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QByteArray>("message");
 
     const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, console-policy, system-parameters";
+                               "login-local, console-policy, system-parameters, kiosk-global";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -382,7 +384,8 @@ void ZqlPolicyTest::list()
                                     "account-lockout        available\n"
                                     "login-local            available\n"
                                     "console-policy         available\n"
-                                    "system-parameters      available\n"));
+                                    "system-parameters      available\n"
+                                    "kiosk-global           available\n"));
 }
 
 void ZqlPolicyTest::registryNamesAreTheModulesNames()
@@ -472,7 +475,8 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     QCOMPARE(applied.err,
              QByteArray("zql-policy: " + path("p.json").toUtf8() +
                         ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, console-policy, system-parameters\n"));
+                        "account-lockout, login-local, console-policy, system-parameters, "
+                        "kiosk-global\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -484,7 +488,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "console-policy, system-parameters"));
+                 "console-policy, system-parameters, kiosk-global"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -503,7 +507,8 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
     QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
                              ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, console-policy, system-parameters\n"
+                             "account-lockout, login-local, console-policy, system-parameters, "
+                             "kiosk-global\n"
                              "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
@@ -534,7 +539,8 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     QCOMPARE(checked.exitCode, 0);
     QCOMPARE(checked.out, path("part.json").toUtf8() +
                               ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, console-policy, system-parameters; not exported: "
+                              "account-lockout, console-policy, system-parameters, kiosk-global; "
+                              "not exported: "
                               "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
@@ -576,7 +582,7 @@ void ZqlPolicyTest::checkAcceptsExport()
     QCOMPARE(result.out,
              (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
                                               "account-lockout, login-local, console-policy, "
-                                              "system-parameters\n"))
+                                              "system-parameters, kiosk-global\n"))
                  .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
@@ -617,7 +623,7 @@ void ZqlPolicyTest::refused_data()
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
                       "user-creation-policy, password-policy, account-lockout, login-local, "
-                      "console-policy, system-parameters)\n");
+                      "console-policy, system-parameters, kiosk-global)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
                                   << QByteArray("\"format\" is \"other\", not \"zql-policy\"\n");
@@ -909,7 +915,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, console-policy, system-parameters\n");
+                            "login-local, console-policy, system-parameters, kiosk-global\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -920,7 +926,8 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
     QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, console-policy, system-parameters\n");
+                            "account-lockout, login-local, console-policy, system-parameters, "
+                            "kiosk-global\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -957,7 +964,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
         "password-policy, account-lockout, console-policy, "
-        "system-parameters\n";
+        "system-parameters, kiosk-global\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 
     const Run json = run({QStringLiteral("diff"), policy, QStringLiteral("--json"),

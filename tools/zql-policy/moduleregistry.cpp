@@ -7,8 +7,9 @@ namespace ZqlPolicy {
 ModuleRegistry ModuleRegistry::libraryModules()
 {
     // The apply order: the defaults for new accounts and the password rules first, then
-    // lockout and who may log in, then the security switches. Each module is independent of
-    // the others; the order only makes a partly applied policy the least surprising one.
+    // lockout and who may log in, then the security switches, and the kiosk session last.
+    // Each module is independent of the others; the order only makes a partly applied policy
+    // the least surprising one.
     ModuleRegistry registry;
     registry.add(QStringLiteral("user-creation-policy"),
                  [] { return std::make_unique<UserCreationPolicyModule>(); });
@@ -22,6 +23,8 @@ ModuleRegistry ModuleRegistry::libraryModules()
                  [] { return std::make_unique<ConsolePolicyModule>(); });
     registry.add(QStringLiteral("system-parameters"),
                  [] { return std::make_unique<SystemParametersModule>(); });
+    registry.add(QStringLiteral("kiosk-global"),
+                 [] { return std::make_unique<KioskGlobalModule>(); });
     return registry;
 }
 
@@ -77,6 +80,13 @@ QHash<QString, QVariant> ModuleRegistry::defaultsWhenAbsent(const QString &name)
                 {QStringLiteral("USERGROUPS"), QStringLiteral("yes")},
                 {QStringLiteral("USERS_GID"), 100}};
     }
+    return {};
+}
+
+QHash<QString, QString> ModuleRegistry::unorderedLists(const QString &name)
+{
+    if (name == QLatin1String("kiosk-global"))
+        return {{QStringLiteral("autostartApps"), QStringLiteral("desktopFileName")}};
     return {};
 }
 

@@ -68,8 +68,11 @@ ModuleDrift compareWithMachine(const ModuleRegistry &registry, const QString &na
         drift.status = DriftUnreadable;
         return drift;
     }
-    drift.differences = SettingsComparison::differences(settings, reply.second,
-                                                        ModuleRegistry::defaultsWhenAbsent(name));
+    const QHash<QString, QString> unordered = ModuleRegistry::unorderedLists(name);
+    drift.differences = SettingsComparison::differences(
+        SettingsComparison::withListsSorted(settings, unordered),
+        SettingsComparison::withListsSorted(reply.second, unordered),
+        ModuleRegistry::defaultsWhenAbsent(name));
     drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
     return drift;
 }
