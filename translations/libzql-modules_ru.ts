@@ -2,6 +2,13 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="ru_RU">
 <context>
+    <name>KioskGlobalModule</name>
+    <message>
+        <source>Unable to write files to &quot;%1&quot;</source>
+        <translation>Не удалось записать файлы в &quot;%1&quot;</translation>
+    </message>
+</context>
+<context>
     <name>QObject</name>
     <message>
         <source>&quot;%1&quot; not exists</source>

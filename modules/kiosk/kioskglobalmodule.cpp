@@ -58,8 +58,6 @@ const QString LockerOffSuffix = QStringLiteral(".off");
 const QString ScreenSaverDelayKey = QStringLiteral("Variables/ScreenSaverDelay");
 constexpr int MissingScreenSaverDelay = -1;
 
-const char MessageContext[] = "KioskGlobalModule";
-
 // The text fields that map one to one onto the entry's getters and setters.
 struct TextField
 {
@@ -174,7 +172,7 @@ bool KioskGlobalModule::setSettings(QHash<QString, QVariant> settings)
 {
     if (!setDesktopEntries(settings.value(AutostartAppsKey).toList())) {
         const QString message =
-            QCoreApplication::translate(MessageContext, "Unable to write files to \"%1\"")
+            QCoreApplication::translate("KioskGlobalModule", "Unable to write files to \"%1\"")
                 .arg(AutostartDirectory);
         writeDiagnostic(errorStream, formatOutput(message));
         return true;
