@@ -35,7 +35,7 @@ const QString TryExecKey = QStringLiteral("TryExec");
 const QString ExecKey = QStringLiteral("Exec");
 
 // A desktop entry is a few kilobytes; anything this large is not one.
-constexpr qint64 MaximumEntrySize = 4 * 1024 * 1024;
+constexpr qint64 MaximumEntrySize = qint64(4) * 1024 * 1024;
 constexpr GKeyFileFlags LoadFlags =
     GKeyFileFlags(G_KEY_FILE_KEEP_COMMENTS | G_KEY_FILE_KEEP_TRANSLATIONS);
 
@@ -47,14 +47,14 @@ using KeyFilePointer = std::unique_ptr<GKeyFile, KeyFileDeleter>;
 
 QString takeGError(GError *error)
 {
-    const QString text = error ? QString::fromUtf8(error->message) : QString();
+    QString text = error ? QString::fromUtf8(error->message) : QString();
     g_clear_error(&error);
     return text;
 }
 
 QString takeGString(gchar *text)
 {
-    const QString value = text ? QString::fromUtf8(text) : QString();
+    QString value = text ? QString::fromUtf8(text) : QString();
     g_free(text);
     return value;
 }
@@ -89,7 +89,7 @@ bool isValidKeyName(const QString &key)
 QString messageLocale()
 {
     for (const char *variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const QString value = QString::fromLocal8Bit(qgetenv(variable));
+        QString value = QString::fromLocal8Bit(qgetenv(variable));
         if (value.isEmpty())
             continue;
         if (value == QLatin1String("C") || value == QLatin1String("POSIX") ||
@@ -269,7 +269,7 @@ struct VelaUIDesktopEntry::Private
     {
         const QStringList variants = localeVariants(messageLocale());
         for (const QString &variant : variants) {
-            const QString candidate = localizedKey(name, variant);
+            QString candidate = localizedKey(name, variant);
             if (hasKey(candidate))
                 return candidate;
         }
