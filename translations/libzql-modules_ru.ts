@@ -103,6 +103,13 @@ Exit code: %4</source>
     </message>
 </context>
 <context>
+    <name>KioskGlobalModule</name>
+    <message>
+        <source>Unable to write files to &quot;%1&quot;</source>
+        <translation>Не удалось записать файлы в &quot;%1&quot;</translation>
+    </message>
+</context>
+<context>
     <name>QObject</name>
     <message>
         <source>&quot;%1&quot; not exists</source>

@@ -5,10 +5,12 @@ set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
     tessel/auditdb.h
     tessel/eventlog.h
+    velaui/velauidesktopentry.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
     reference/auditdb.cpp
     reference/eventlog.cpp
+    reference/velauidesktopentry.cpp
     reference/writeall_p.h
 )

@@ -1,7 +1,10 @@
+#include "outputcapture.h"
+#include "systemfixture.h"
 #include "testmain.h"
 
 #include <zql-modules/modules.h>
 
+#include <QDir>
 #include <QFileInfo>
 
 // Run once under a locale that has a catalogue (ru) and once under one that has none (en): the
@@ -15,6 +18,7 @@ private Q_SLOTS:
     void initTestCase();
     void runnerMessage();
     void engineMessage();
+    void kioskMessage();
 
 private:
     bool m_russian = false;
@@ -54,6 +58,28 @@ void TranslationTest::engineMessage()
     QVERIFY(!readFileWithHandler(QStringLiteral("/nonexistent/file"), handler, errors));
     QCOMPARE(errors, m_russian ? QString::fromUtf8("\"/nonexistent/file\" не существует")
                                : QStringLiteral("\"/nonexistent/file\" not exists"));
+}
+
+void TranslationTest::kioskMessage()
+{
+    const QString autostart = QStringLiteral("/etc/xdg/autostart");
+    QVERIFY(QDir().mkpath(autostart));
+    QString error;
+    QVERIFY2(ZqlTest::bindReadOnly(autostart, &error), qPrintable(error));
+    ZqlTest::OutputCapture capture;
+    KioskGlobalModule module;
+    const bool failed =
+        module.setSettings({{QStringLiteral("autostartApps"),
+                             QVariantList{QVariantMap{{QStringLiteral("desktopFileName"),
+                                                       QStringLiteral("x.desktop")}}}}});
+    capture.finish();
+    QVERIFY(ZqlTest::unmount(autostart, &error));
+    QVERIFY(failed);
+    QCOMPARE(QString::fromUtf8(capture.standardError()),
+             m_russian ? QString::fromUtf8(
+                             "kiosk-global : Не удалось записать файлы в \"/etc/xdg/autostart\"\n")
+                       : QStringLiteral(
+                             "kiosk-global : Unable to write files to \"/etc/xdg/autostart\"\n"));
 }
 
 ZQL_SANDBOXED_TEST_MAIN(TranslationTest)

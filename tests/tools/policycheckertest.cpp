@@ -489,6 +489,13 @@ void PolicyCheckerTest::controlCharacter_data()
         << QStringLiteral("a%1b") << QVariant(QVariantList{QStringLiteral("\n")})
         << QStringList{valueProblem(Alpha, QStringLiteral("a%1b/0"),
                                     lineFeed + QStringLiteral(" at character 1"))};
+    QTest::newRow("line feed in the command of an entry table")
+        << names
+        << QVariant(QVariantList{
+               QVariantMap{{QStringLiteral("Exec"), QStringLiteral("app")}},
+               QVariantMap{{QStringLiteral("sandboxArgs"), QStringList{QStringLiteral("--a\nb")}}}})
+        << QStringList{valueProblem(Alpha, QStringLiteral("names/1/sandboxArgs/0"),
+                                    lineFeed + QStringLiteral(" at character 4"))};
     QTest::newRow("string in a QtCore JSON array")
         << names << QVariant(QJsonArray{QStringLiteral("\n")})
         << QStringList{valueProblem(Alpha, QStringLiteral("names/0"),
@@ -578,6 +585,21 @@ void PolicyCheckerTest::acceptedText_data()
     QTest::newRow("empty containers")
         << QStringLiteral("rules") << QVariant(QVariantMap{{QString(), QVariantList()}});
     QTest::newRow("invalid value") << QStringLiteral("count") << QVariant();
+    QTest::newRow("a list of entry tables with non-ASCII names and lists of texts")
+        << QStringLiteral("names")
+        << QVariant(QVariantList{
+               QVariantMap{
+                   {QStringLiteral("desktopFileName"), QString::fromUtf8("браузер.desktop")},
+                   {QStringLiteral("Name"), QString::fromUtf8("Браузер «Киоск»")},
+                   {QStringLiteral("Exec"), QStringLiteral("app --kiosk %u")},
+                   {QStringLiteral("OnlyShowIn"), QStringList{QStringLiteral("vela-kiosk")}},
+                   {QStringLiteral("sandbox"), true},
+                   {QStringLiteral("sandboxArgs"),
+                    QStringList{QStringLiteral("--private"), QStringLiteral("--net=none")}},
+                   {QStringLiteral("X-VELA-Delay"), 5}},
+               QVariantMap{{QStringLiteral("sandboxArgs"), QVariantList()}}});
+    QTest::newRow("an empty list of entry tables")
+        << QStringLiteral("names") << QVariant(QVariantList());
 }
 
 void PolicyCheckerTest::acceptedText()

@@ -102,6 +102,8 @@ private Q_SLOTS:
     void parseError();
     void parseAccepted_data();
     void parseAccepted();
+    void listOfEntryMaps_data();
+    void listOfEntryMaps();
 };
 
 void PolicyJsonTest::variantToText_data()
@@ -605,6 +607,71 @@ void PolicyJsonTest::parseAccepted()
     QVERIFY2(PolicyJson::parse(text, json, &error), qPrintable(error));
     QCOMPARE(error, QStringLiteral("untouched"));
     QCOMPARE(typed(PolicyJson::toVariant(json)), typed(value));
+}
+
+void PolicyJsonTest::listOfEntryMaps_data()
+{
+    QTest::addColumn<QVariant>("apps");
+
+    // kiosk-global's "autostartApps": a list of tables with texts, lists of texts, a number and
+    // a boolean, as the module returns it.
+    const auto entry = [](const QString &name, const QString &localName,
+                          const QStringList &sandboxArgs, int delay) -> QVariant {
+        QVariantMap map;
+        map.insert(QStringLiteral("desktopFileName"), QString(name + QStringLiteral(".desktop")));
+        map.insert(QStringLiteral("Name"), name);
+        map.insert(QStringLiteral("LocalName"), localName);
+        map.insert(QStringLiteral("OnlyShowIn"), QStringList{QStringLiteral("vela-kiosk")});
+        map.insert(QStringLiteral("Exec"), QStringLiteral("app --kiosk %u"));
+        map.insert(QStringLiteral("X-VELA-Delay"), delay);
+        map.insert(QStringLiteral("X-GNOME-Autostart-Phase"), QStringLiteral("Applications"));
+        map.insert(QStringLiteral("sandbox"), !sandboxArgs.isEmpty());
+        map.insert(QStringLiteral("sandboxArgs"), sandboxArgs);
+        return map;
+    };
+    QTest::newRow("empty list") << QVariant(QVariantList());
+    QTest::newRow("one entry with sandbox options") << QVariant(QVariantList{
+        entry(QStringLiteral("browser"), QStringLiteral("Browser"),
+              QStringList{QStringLiteral("--private"), QStringLiteral("--net=none")}, 5)});
+    QTest::newRow("entries without options, non-ASCII names") << QVariant(
+        QVariantList{entry(QString::fromUtf8("браузер"), QString::fromUtf8("Браузер «Киоск» 😀"),
+                           QStringList(), 0),
+                     entry(QString::fromUtf8("tastatur-ä"), QString::fromUtf8("Bildschirmtastatur"),
+                           QStringList{QStringLiteral("--private")}, -1)});
+}
+
+void PolicyJsonTest::listOfEntryMaps()
+{
+    QFETCH(QVariant, apps);
+
+    Json json;
+    QString error;
+    QVERIFY2(PolicyJson::toJson(apps, json, &error), qPrintable(error));
+    Json read;
+    QVERIFY2(PolicyJson::parse(PolicyJson::dump(json), read, &error), qPrintable(error));
+    const QVariant variant = PolicyJson::toVariant(read);
+    // Every element arrives as a table holding the same values, read as the module reads them.
+    QCOMPARE(variant.userType(), int(QMetaType::QVariantList));
+    const QVariantList sent = apps.toList();
+    const QVariantList arrived = variant.toList();
+    QCOMPARE(arrived.size(), sent.size());
+    for (int i = 0; i < sent.size(); ++i) {
+        QCOMPARE(arrived.at(i).userType(), int(QMetaType::QVariantMap));
+        const QVariantMap before = sent.at(i).toMap();
+        const QVariantMap after = arrived.at(i).toMap();
+        QCOMPARE(after.keys(), before.keys());
+        for (const QString &key : before.keys()) {
+            const QVariant &value = before.value(key);
+            if (value.userType() == QMetaType::QStringList)
+                QCOMPARE(after.value(key).toStringList(), value.toStringList());
+            else
+                QCOMPARE(typed(after.value(key)), typed(value));
+        }
+    }
+    // The text is the same when written again.
+    Json again;
+    QVERIFY2(PolicyJson::toJson(variant, again, &error), qPrintable(error));
+    QCOMPARE(PolicyJson::dump(again), PolicyJson::dump(json));
 }
 
 QTEST_GUILESS_MAIN(PolicyJsonTest)

@@ -40,6 +40,7 @@ private Q_SLOTS:
     void differences_data();
     void differences();
     void text();
+    void listsSortedByMember();
 };
 
 void SettingsComparisonTest::differences_data()
@@ -115,6 +116,45 @@ void SettingsComparisonTest::text()
     QCOMPARE(SettingsComparison::text(Json::parse(R"({"a": [true, 1], "b": "x\ny"})")),
              QStringLiteral("{\"a\": [true, 1], \"b\": \"x\\ny\"}"));
     QCOMPARE(SettingsComparison::text(Json()), QStringLiteral("null"));
+}
+
+void SettingsComparisonTest::listsSortedByMember()
+{
+    const auto entry = [](const QString &name, int delay) {
+        return QVariantMap{{QStringLiteral("desktopFileName"), name},
+                           {QStringLiteral("X-VELA-Delay"), delay}};
+    };
+    const QHash<QString, QString> sortKeys{
+        {QStringLiteral("apps"), QStringLiteral("desktopFileName")},
+        {QStringLiteral("missing"), QStringLiteral("x")},
+        {QStringLiteral("words"), QStringLiteral("x")}};
+    const Settings policy{
+        {QStringLiteral("apps"), QVariantList{entry(QStringLiteral("b.desktop"), 1), QVariantMap(),
+                                              entry(QString::fromUtf8("ä.desktop"), 3),
+                                              entry(QStringLiteral("a.desktop"), 2)}},
+        {QStringLiteral("words"), QStringList{QStringLiteral("z"), QStringLiteral("y")}},
+        {QStringLiteral("other"), QVariantList{2, 1}}};
+    const Settings sorted = SettingsComparison::withListsSorted(policy, sortKeys);
+    QCOMPARE(sorted.value(QStringLiteral("apps")),
+             QVariant(QVariantList{entry(QStringLiteral("a.desktop"), 2),
+                                   entry(QStringLiteral("b.desktop"), 1),
+                                   entry(QString::fromUtf8("ä.desktop"), 3), QVariantMap()}));
+    // Lists of plain values and lists not named keep their order.
+    QCOMPARE(sorted.value(QStringLiteral("words")), policy.value(QStringLiteral("words")));
+    QCOMPARE(sorted.value(QStringLiteral("other")), policy.value(QStringLiteral("other")));
+    QVERIFY(!sorted.contains(QStringLiteral("missing")));
+
+    // The same entries in another order are no drift once both sides are sorted.
+    const Settings machine{{QStringLiteral("apps"),
+                            QVariantList{entry(QStringLiteral("a.desktop"), 2),
+                                         entry(QString::fromUtf8("ä.desktop"), 3), QVariantMap(),
+                                         entry(QStringLiteral("b.desktop"), 1)}}};
+    const Settings apps{{QStringLiteral("apps"), policy.value(QStringLiteral("apps"))}};
+    QCOMPARE(SettingsComparison::differences(apps, machine).size(), 1);
+    QCOMPARE(SettingsComparison::differences(SettingsComparison::withListsSorted(apps, sortKeys),
+                                             SettingsComparison::withListsSorted(machine, sortKeys))
+                 .size(),
+             0);
 }
 
 QTEST_GUILESS_MAIN(SettingsComparisonTest)

@@ -108,6 +108,28 @@ QList<QPair<QString, Json>> wrongValues(const ValueRule &rule)
         add("null", nullptr);
         break;
     }
+    case ValueRule::Kind::TextList:
+        add("a string", "x");
+        add("a list of numbers", Json::array({1}));
+        add("a list with null", Json::array({"a", nullptr}));
+        add("null", nullptr);
+        add("object", object);
+        break;
+    case ValueRule::Kind::FileName:
+        add("empty", "");
+        add("dot", ".");
+        add("dot dot", "..");
+        add("a path", "/etc/shadow");
+        add("a relative path", "../shadow");
+        add("a number", 5);
+        add("null", nullptr);
+        break;
+    case ValueRule::Kind::TableList:
+        add("an object", object);
+        add("a string", "x");
+        add("a list of numbers", Json::array({5}));
+        add("null", nullptr);
+        break;
     case ValueRule::Kind::Table:
         add("a string", "x");
         add("a list", Json::array());
@@ -126,8 +148,6 @@ Json goodValue(const ValueRule &rule)
         return true;
     case ValueRule::Kind::Integer:
         return rule.jsonSchema()["minimum"];
-    case ValueRule::Kind::UnsignedMask:
-        return 0;
     case ValueRule::Kind::SwitchedNumber:
         return Json::array({false, rule.jsonSchema()["prefixItems"][1]["minimum"]});
     case ValueRule::Kind::Text:
@@ -138,6 +158,14 @@ Json goodValue(const ValueRule &rule)
         return rule.jsonSchema()["enum"][0];
     case ValueRule::Kind::Table:
         return Json::object();
+    case ValueRule::Kind::TableList:
+        return Json::array();
+    case ValueRule::Kind::TextList:
+        return Json::array({"a"});
+    case ValueRule::Kind::FileName:
+        return "a.desktop";
+    case ValueRule::Kind::UnsignedMask:
+        return 0;
     case ValueRule::Kind::Any:
         break;
     }
@@ -178,6 +206,25 @@ void addRows(const QString &module, const SettingsSchema &schema, const QStringL
                           qPrintable(keyPath.join(QLatin1Char('/'))), qPrintable(wrong.first))
                 << module << settingsWith(schema, keyPath, wrong.second)
                 << keyPath.join(QLatin1Char('/'));
+        }
+        if (rule.rule.kind() == ValueRule::Kind::TableList) {
+            // One element, its required members good, the member under test wrong.
+            for (const KeyRule &member : rule.rule.members()) {
+                for (const auto &wrong : wrongValues(member.rule)) {
+                    Json element = Json::object();
+                    for (const KeyRule &other : rule.rule.members()) {
+                        if (other.required)
+                            element[other.key.toStdString()] = goodValue(other.rule);
+                    }
+                    element[member.key.toStdString()] = wrong.second;
+                    const QString elementPath =
+                        keyPath.join(QLatin1Char('/')) + QStringLiteral("/0/") + member.key;
+                    QTest::addRow("%s %s: %s", qPrintable(module), qPrintable(elementPath),
+                                  qPrintable(wrong.first))
+                        << module << settingsWith(schema, keyPath, Json::array({element}))
+                        << elementPath;
+                }
+            }
         }
         if (rule.rule.kind() == ValueRule::Kind::Table) {
             const QStringList unknown =
@@ -256,7 +303,9 @@ void SettingsSchemaTest::wrongValueIsRefused()
     QCOMPARE(problems.size(), 1);
     const QString named = module + QStringLiteral(": ");
     QVERIFY2(problems.first().startsWith(named), qPrintable(problems.first()));
-    QVERIFY2(problems.first().contains(ZqlPolicy::PolicyJson::quoted(path)),
+    // The key itself, or an element inside it ("autostartApps/0").
+    QVERIFY2(problems.first().contains(ZqlPolicy::PolicyJson::quoted(path)) ||
+                 problems.first().contains(QLatin1Char('"') + path + QLatin1Char('/')),
              qPrintable(problems.first()));
 }
 

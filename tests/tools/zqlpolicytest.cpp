@@ -169,10 +169,12 @@ QMap<QByteArray, StatGroup> statGroups(const QByteArray &preview)
 // GNU diff's count of added and removed lines between two files (a missing one is empty).
 void diffCounts(const QString &before, const QString &after, int *added, int *removed)
 {
+    // A file the apply removed is a whiteout (a character device) in the kept layer.
     const QString nothing = QStringLiteral("/dev/null");
-    const ZqlTest::ToolRun diff = ZqlTest::runTool(
-        QStringLiteral("diff"), {QStringLiteral("-u"), QFileInfo::exists(before) ? before : nothing,
-                                 QFileInfo::exists(after) ? after : nothing});
+    const ZqlTest::ToolRun diff =
+        ZqlTest::runTool(QStringLiteral("diff"),
+                         {QStringLiteral("-u"), QFileInfo(before).isFile() ? before : nothing,
+                          QFileInfo(after).isFile() ? after : nothing});
     *added = 0;
     *removed = 0;
     const QList<QByteArray> lines = diff.standardOutput.split('\n');
@@ -324,8 +326,9 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("message");
 
-    const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, audit, digsig, console-policy, system-parameters";
+    const QByteArray modules =
+        "user-creation-policy, password-policy, account-lockout, "
+        "login-local, audit, digsig, console-policy, system-parameters, kiosk-global";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -401,7 +404,8 @@ void ZqlPolicyTest::list()
                                     "audit                  available\n"
                                     "digsig                 available\n"
                                     "console-policy         available\n"
-                                    "system-parameters      available\n"));
+                                    "system-parameters      available\n"
+                                    "kiosk-global           available\n"));
 }
 
 void ZqlPolicyTest::registryNamesAreTheModulesNames()
@@ -488,12 +492,11 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(
-        applied.err,
-        QByteArray(
-            "zql-policy: " + path("p.json").toUtf8() +
-            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"));
+    QCOMPARE(applied.err,
+             QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                        "account-lockout, login-local, audit, digsig, console-policy, "
+                        "system-parameters, kiosk-global\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -505,7 +508,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "audit, digsig, console-policy, system-parameters"));
+                 "audit, digsig, console-policy, system-parameters, kiosk-global"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -522,11 +525,11 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err,
-             "zql-policy: " + path("start.json").toUtf8() +
-                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                 "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n"
-                 "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
+                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                             "account-lockout, login-local, audit, digsig, console-policy, "
+                             "system-parameters, kiosk-global\n"
+                             "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -554,11 +557,11 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out,
-             path("part.json").toUtf8() +
-                 ": accepted: user-creation-policy, password-policy, "
-                 "account-lockout, audit, digsig, console-policy, system-parameters; not exported: "
-                 "login-local\n");
+    QCOMPARE(checked.out, path("part.json").toUtf8() +
+                              ": accepted: user-creation-policy, password-policy, "
+                              "account-lockout, audit, digsig, console-policy, system-parameters, "
+                              "kiosk-global; not exported: "
+                              "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -600,7 +603,7 @@ void ZqlPolicyTest::checkAcceptsExport()
              (path("c.json") +
               QStringLiteral(": accepted: user-creation-policy, password-policy, "
                              "account-lockout, login-local, audit, digsig, console-policy, "
-                             "system-parameters\n"))
+                             "system-parameters, kiosk-global\n"))
                  .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
@@ -644,7 +647,7 @@ void ZqlPolicyTest::refused_data()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
                       "user-creation-policy, password-policy, account-lockout, login-local, audit, "
                       "digsig, "
-                      "console-policy, system-parameters)\n");
+                      "console-policy, system-parameters, kiosk-global)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
                                   << QByteArray("\"format\" is \"other\", not \"zql-policy\"\n");
@@ -1015,9 +1018,10 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
 
     const Run drift = run({QStringLiteral("diff"), HardeningPolicy});
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
-    QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
-                            ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, audit, digsig, console-policy, system-parameters\n");
+    QCOMPARE(drift.out,
+             HardeningPolicy.toUtf8() +
+                 ": follows: user-creation-policy, password-policy, account-lockout, "
+                 "login-local, audit, digsig, console-policy, system-parameters, kiosk-global\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -1026,11 +1030,10 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(
-        again.err,
-        "zql-policy: " + HardeningPolicy.toUtf8() +
-            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-            "account-lockout, login-local, audit, digsig, console-policy, system-parameters\n");
+    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
+                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                            "account-lockout, login-local, audit, digsig, console-policy, "
+                            "system-parameters, kiosk-global\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -1067,7 +1070,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
         "password-policy, account-lockout, audit, digsig, console-policy, "
-        "system-parameters\n";
+        "system-parameters, kiosk-global\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 
     const Run json = run({QStringLiteral("diff"), policy, QStringLiteral("--json"),

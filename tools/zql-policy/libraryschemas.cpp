@@ -116,6 +116,37 @@ SettingsSchema LibrarySchemas::digsig()
     });
 }
 
+SettingsSchema LibrarySchemas::kioskGlobal()
+{
+    const ValueRule text = ValueRule::text();
+    const ValueRule entry = ValueRule::tableList({
+        // The file in /etc/xdg/autostart: a name, never a path.
+        {QStringLiteral("desktopFileName"), ValueRule::fileName(), true},
+        {QStringLiteral("Name"), text},
+        {QStringLiteral("LocalName"), text},
+        {QStringLiteral("GenericName"), text},
+        {QStringLiteral("LocalGenericName"), text},
+        {QStringLiteral("Icon"), text},
+        {QStringLiteral("LocalIcon"), text},
+        {QStringLiteral("Comment"), text},
+        {QStringLiteral("LocalComment"), text},
+        {QStringLiteral("OnlyShowIn"), ValueRule::textList()},
+        {QStringLiteral("Path"), text},
+        {QStringLiteral("TryExec"), text},
+        {QStringLiteral("X-GNOME-Autostart-Phase"), text},
+        {QStringLiteral("X-VELA-Delay"), ValueRule::integer(0, IntMax)}, // seconds
+        {QStringLiteral("Exec"), text},
+        {QStringLiteral("sandbox"), flag()},
+        {QStringLiteral("sandboxArgs"), ValueRule::textList()},
+        // The module writes every entry as an application.
+        {QStringLiteral("Type"), ValueRule::choice({QStringLiteral("Application")})},
+    });
+    return SettingsSchema({
+        {QStringLiteral("autostartApps"), entry},
+        {QStringLiteral("screenLock"), flag()},
+    });
+}
+
 SettingsSchema LibrarySchemas::securitySwitches()
 {
     // The switches are the machine's: their script names under /usr/sbin, each on or off.

@@ -15,6 +15,7 @@ public:
     static SettingsSchema loginLocal();
     static SettingsSchema audit();
     static SettingsSchema digsig();
+    static SettingsSchema kioskGlobal();
     /** console-policy and system-parameters. */
     static SettingsSchema securitySwitches();
 };

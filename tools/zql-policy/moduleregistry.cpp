@@ -9,8 +9,9 @@ namespace ZqlPolicy {
 ModuleRegistry ModuleRegistry::libraryModules()
 {
     // The apply order: the defaults for new accounts and the password rules first, then
-    // lockout and who may log in, then the security switches. Each module is independent of
-    // the others; the order only makes a partly applied policy the least surprising one.
+    // lockout and who may log in, then the security switches, and the kiosk session last.
+    // Each module is independent of the others; the order only makes a partly applied policy
+    // the least surprising one.
     ModuleRegistry registry;
     registry.add(
         QStringLiteral("user-creation-policy"),
@@ -38,6 +39,9 @@ ModuleRegistry ModuleRegistry::libraryModules()
         QStringLiteral("system-parameters"),
         [] { return std::make_unique<SystemParametersModule>(); },
         LibrarySchemas::securitySwitches());
+    registry.add(
+        QStringLiteral("kiosk-global"), [] { return std::make_unique<KioskGlobalModule>(); },
+        LibrarySchemas::kioskGlobal());
     return registry;
 }
 
@@ -118,6 +122,13 @@ QHash<QString, QVariant> ModuleRegistry::policyForm(const QString &name,
             settings.insert(key, text.left(text.size() - 1));
     }
     return settings;
+}
+
+QHash<QString, QString> ModuleRegistry::unorderedLists(const QString &name)
+{
+    if (name == QLatin1String("kiosk-global"))
+        return {{QStringLiteral("autostartApps"), QStringLiteral("desktopFileName")}};
+    return {};
 }
 
 } // namespace ZqlPolicy

@@ -77,6 +77,13 @@ public:
     static QHash<QString, QVariant> policyForm(const QString &name,
                                                QHash<QString, QVariant> settings);
 
+    /**
+     * The lists of the module @p name whose order means nothing, each with the member of its
+     * tables to sort by before drift and apply compare them (kiosk-global reads its entries
+     * in the autostart directory's order, which a rewrite can change).
+     */
+    static QHash<QString, QString> unorderedLists(const QString &name);
+
 private:
     QStringList m_names;
     std::vector<Factory> m_factories;

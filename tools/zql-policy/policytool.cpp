@@ -86,9 +86,12 @@ ModuleDrift compareWithMachine(const ModuleRegistry &registry, const QString &na
         drift.status = DriftUnreadable;
         return drift;
     }
-    drift.differences =
-        SettingsComparison::differences(settings, ModuleRegistry::policyForm(name, reply.second),
-                                        ModuleRegistry::defaultsWhenAbsent(name));
+    const QHash<QString, QString> unordered = ModuleRegistry::unorderedLists(name);
+    drift.differences = SettingsComparison::differences(
+        SettingsComparison::withListsSorted(settings, unordered),
+        SettingsComparison::withListsSorted(ModuleRegistry::policyForm(name, reply.second),
+                                            unordered),
+        ModuleRegistry::defaultsWhenAbsent(name));
     drift.status = drift.differences.isEmpty() ? DriftFollows : DriftDrifted;
     return drift;
 }

@@ -92,6 +92,32 @@ QVector<KeyDifference> SettingsComparison::differences(const QHash<QString, QVar
     return found;
 }
 
+QHash<QString, QVariant>
+SettingsComparison::withListsSorted(QHash<QString, QVariant> settings,
+                                    const QHash<QString, QString> &sortKeys)
+{
+    for (auto sortKey = sortKeys.begin(); sortKey != sortKeys.end(); ++sortKey) {
+        const auto there = settings.find(sortKey.key());
+        if (there == settings.end() || !there->canConvert<QVariantList>())
+            continue;
+        QVariantList list = there->toList();
+        const QString &member = sortKey.value();
+        const auto memberOf = [&member](const QVariant &element) {
+            return element.toMap().value(member);
+        };
+        std::stable_sort(list.begin(), list.end(),
+                         [&memberOf](const QVariant &left, const QVariant &right) {
+                             const QVariant a = memberOf(left);
+                             const QVariant b = memberOf(right);
+                             if (a.isValid() != b.isValid())
+                                 return a.isValid();
+                             return a.toString() < b.toString();
+                         });
+        *there = list;
+    }
+    return settings;
+}
+
 QString SettingsComparison::text(const Json &value)
 {
     if (value.is_array()) {

@@ -37,6 +37,15 @@ public:
                                               const QHash<QString, QVariant> &machine,
                                               const QHash<QString, QVariant> &defaults = {});
 
+    /**
+     * @p settings with each list named in @p sortKeys sorted by the text of the member that
+     * @p sortKeys gives for it (a list of tables whose order means nothing, such as entries a
+     * module reads in a directory's order). Elements without the member keep their place
+     * relative to each other, after the others.
+     */
+    static QHash<QString, QVariant> withListsSorted(QHash<QString, QVariant> settings,
+                                                    const QHash<QString, QString> &sortKeys);
+
     /** Whether two JSON values mean the same setting (see the class comment). */
     static bool sameValue(const Json &policy, const Json &machine);
 

@@ -118,6 +118,23 @@ ValueRule ValueRule::table(const QVector<KeyRule> &members)
     return rule;
 }
 
+ValueRule ValueRule::textList()
+{
+    return ValueRule(Kind::TextList);
+}
+
+ValueRule ValueRule::tableList(const QVector<KeyRule> &members)
+{
+    ValueRule rule(Kind::TableList);
+    rule.m_members = std::make_shared<const QVector<KeyRule>>(members);
+    return rule;
+}
+
+ValueRule ValueRule::fileName()
+{
+    return ValueRule(Kind::FileName);
+}
+
 const QVector<KeyRule> &ValueRule::members() const
 {
     static const QVector<KeyRule> none;
@@ -147,12 +164,20 @@ QString ValueRule::expectation() const
         return QStringLiteral("a switched number: [true or false, an integer from %1 to %2]")
             .arg(m_minimum)
             .arg(m_maximum);
-    case Kind::Table: {
+    case Kind::Table:
+    case Kind::TableList: {
         QStringList keys;
         for (const KeyRule &member : members())
             keys.append(member.key);
-        return QStringLiteral("an object with the keys %1").arg(quotedList(keys));
+        const QString format = m_kind == Kind::Table
+                                   ? QStringLiteral("an object with the keys %1")
+                                   : QStringLiteral("a list of objects with the keys %1");
+        return format.arg(quotedList(keys));
     }
+    case Kind::TextList:
+        return QStringLiteral("a list of strings");
+    case Kind::FileName:
+        return QStringLiteral("a file name (not empty, not \".\" or \"..\", without \"/\")");
     }
     return QString();
 }
@@ -204,6 +229,21 @@ Json ValueRule::jsonSchema() const
         schema["prefixItems"] = Json::array({Json{{"type", "boolean"}}, number});
         schema["items"] = false;
         schema["minItems"] = 2;
+        break;
+    }
+    case Kind::TextList:
+        schema["type"] = "array";
+        schema["items"] = Json{{"type", "string"}, {"pattern", PrintableText}};
+        break;
+    case Kind::FileName:
+        schema["type"] = "string";
+        schema["pattern"] = "^[^/\\u0000-\\u001F\\u007F-\\u009F\\u2028\\u2029]+$";
+        schema["not"] = Json{{"enum", Json::array({".", ".."})}};
+        break;
+    case Kind::TableList: {
+        ValueRule element = table(members());
+        schema["type"] = "array";
+        schema["items"] = element.jsonSchema();
         break;
     }
     case Kind::Table: {
@@ -258,6 +298,26 @@ void ValueRule::validate(const QString &module, const QString &path, const Json 
         fits = value.is_array() && value.size() == 2 && value[0].is_boolean() &&
                integerInRange(value[1], m_minimum, m_maximum);
         break;
+    case Kind::TextList:
+        fits = value.is_array() &&
+               std::all_of(value.begin(), value.end(), [](const Json &e) { return e.is_string(); });
+        break;
+    case Kind::FileName: {
+        const std::string name = value.is_string() ? value.get<std::string>() : std::string();
+        fits = value.is_string() && !name.empty() && name != "." && name != ".." &&
+               name.find('/') == std::string::npos;
+        break;
+    }
+    case Kind::TableList: {
+        if (!value.is_array()) {
+            fits = false;
+            break;
+        }
+        const ValueRule element = table(members());
+        for (size_t i = 0; i < value.size(); ++i)
+            element.validate(module, joinPath(path, QString::number(i)), value[i], problems);
+        return;
+    }
     case Kind::Table: {
         if (!value.is_object()) {
             fits = false;

@@ -35,7 +35,10 @@ public:
         AbsolutePath,
         Choice,
         SwitchedNumber,
-        Table
+        Table,
+        TextList,
+        TableList,
+        FileName
     };
 
     /** Any value (the modules of tests). */
@@ -57,6 +60,12 @@ public:
     static ValueRule switchedNumber(qint64 minimum, qint64 maximum);
     /** An object with the keys of @p members and no others. */
     static ValueRule table(const QVector<KeyRule> &members);
+    /** An array of strings. */
+    static ValueRule textList();
+    /** An array of objects, each with the keys of @p members and no others. */
+    static ValueRule tableList(const QVector<KeyRule> &members);
+    /** A file name: not empty, not "." or "..", no "/". */
+    static ValueRule fileName();
 
     Kind kind() const { return m_kind; }
     const QVector<KeyRule> &members() const;
