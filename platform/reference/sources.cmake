@@ -3,7 +3,11 @@
 # (tests/platform/vendor-standin).
 set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
+    velaadmin/systemdservice.h
+    tessel/macdb.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
+    reference/systemdservice.cpp
+    reference/macdb.cpp
 )
