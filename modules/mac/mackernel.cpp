@@ -54,6 +54,8 @@ QMutex *MacKernel::slotMutex()
 MacKernel::MacKernel()
     : d(std::make_unique<MacKernelPrivate>(this))
 {
+    // Queued connections and signal spies carry the status by value.
+    qRegisterMetaType<Mac::MacKernel::Status>();
     update();
 }
 
