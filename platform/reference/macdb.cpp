@@ -137,6 +137,9 @@ std::vector<std::string> splitLines(const std::string &content)
 bool loadSnapshot(Database *database)
 {
     std::string content;
+    // A failed rewind leaves nothing to walk.
+    database->lines.clear();
+    database->next = 0;
     if (!readWholeFile(database->path, content))
         return false;
     database->lines = splitLines(content);

@@ -42,8 +42,8 @@ bool setMacControlState(bool activeNow, bool plannedOn)
 
 bool setMacControlFault(const QByteArray &line)
 {
-    return inSandbox() &&
-           writeOrRemove(MacControlDir + QStringLiteral("/fault"), line.isEmpty() ? line : line + '\n');
+    return inSandbox() && writeOrRemove(MacControlDir + QStringLiteral("/fault"),
+                                        line.isEmpty() ? line : line + '\n');
 }
 
 bool setMacControlWarning(const QByteArray &text)
@@ -63,8 +63,9 @@ QStringList macControlCalls()
 
 bool setUnitActive(const QString &unit, bool active)
 {
-    return inSandbox() && writeBytes(SystemctlDir + QLatin1Char('/') + unit + QStringLiteral(".state"),
-                                         active ? QByteArray("active\n") : QByteArray("inactive\n"));
+    return inSandbox() &&
+           writeBytes(SystemctlDir + QLatin1Char('/') + unit + QStringLiteral(".state"),
+                      active ? QByteArray("active\n") : QByteArray("inactive\n"));
 }
 
 bool clearSystemctlLog()

@@ -54,10 +54,10 @@ QStringList MacKernelTest::record(MacKernel *kernel)
     m_connections << connect(kernel, &MacKernel::statusChanged, this, [this](MacKernel::Status s) {
         m_emitted << QStringLiteral("statusChanged(%1)").arg(int(s));
     });
-    m_connections << connect(kernel, &MacKernel::statusDescriptionChanged, this,
-                             [this](const QString &text) {
-                                 m_emitted << QStringLiteral("statusDescriptionChanged(%1)").arg(text);
-                             });
+    m_connections << connect(
+        kernel, &MacKernel::statusDescriptionChanged, this, [this](const QString &text) {
+            m_emitted << QStringLiteral("statusDescriptionChanged(%1)").arg(text);
+        });
     m_connections << connect(kernel, &MacKernel::enabledChanged, this, [this](bool on) {
         m_emitted << QStringLiteral("enabledChanged(%1)").arg(on);
     });
@@ -80,7 +80,8 @@ void MacKernelTest::initTestCase()
     QCOMPARE(kernel->enabled(), true);
     QCOMPARE(kernel->statusDescription(),
              QStringLiteral("Subsystem is disabled, but it will be <b>enabled after reboot</b>"));
-    QCOMPARE(macControlCalls(), QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
+    QCOMPARE(macControlCalls(),
+             QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
     QCOMPARE(MacKernel::instance(), kernel);
 }
 
@@ -111,11 +112,12 @@ void MacKernelTest::metaObjectOrder()
     QStringList methods;
     for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
         methods << QString::fromLatin1(meta.method(i).methodSignature());
-    QCOMPARE(methods, QStringList({QStringLiteral("error(QString)"), QStringLiteral("warning(QString)"),
-                                   QStringLiteral("statusChanged(Mac::MacKernel::Status)"),
-                                   QStringLiteral("statusDescriptionChanged(QString)"),
-                                   QStringLiteral("enabledChanged(bool)"), QStringLiteral("update()"),
-                                   QStringLiteral("enable()"), QStringLiteral("disable()")}));
+    QCOMPARE(methods,
+             QStringList({QStringLiteral("error(QString)"), QStringLiteral("warning(QString)"),
+                          QStringLiteral("statusChanged(Mac::MacKernel::Status)"),
+                          QStringLiteral("statusDescriptionChanged(QString)"),
+                          QStringLiteral("enabledChanged(bool)"), QStringLiteral("update()"),
+                          QStringLiteral("enable()"), QStringLiteral("disable()")}));
     QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 0);
     const QMetaEnum status = meta.enumerator(meta.indexOfEnumerator("Status"));
     QVERIFY(status.isValid());
@@ -136,12 +138,15 @@ void MacKernelTest::update_data()
 
     QTest::newRow("off now, on after reboot")
         << false << true << int(MacKernel::WillBeEnabled)
-        << QStringLiteral("Subsystem is disabled, but it will be <b>enabled after reboot</b>") << true;
+        << QStringLiteral("Subsystem is disabled, but it will be <b>enabled after reboot</b>")
+        << true;
     QTest::newRow("on now, off after reboot")
         << true << false << int(MacKernel::WillBeDisabled)
-        << QStringLiteral("Subsystem is enabled, but it will be <b>disabled after reboot</b>") << false;
-    QTest::newRow("off now, off after reboot") << false << false << int(MacKernel::Disabled)
-                                               << QStringLiteral("Subsystem is <b>disabled</b>") << false;
+        << QStringLiteral("Subsystem is enabled, but it will be <b>disabled after reboot</b>")
+        << false;
+    QTest::newRow("off now, off after reboot")
+        << false << false << int(MacKernel::Disabled)
+        << QStringLiteral("Subsystem is <b>disabled</b>") << false;
 }
 
 void MacKernelTest::update()
@@ -168,10 +173,12 @@ void MacKernelTest::update()
     QCOMPARE(descriptionSpy.at(0).at(0).toString(), description);
     QCOMPARE(enabledSpy.count(), 1);
     QCOMPARE(enabledSpy.at(0).at(0).toBool(), enabled);
-    QCOMPARE(m_emitted, QStringList({QStringLiteral("statusChanged(%1)").arg(status),
-                                     QStringLiteral("statusDescriptionChanged(%1)").arg(description),
-                                     QStringLiteral("enabledChanged(%1)").arg(enabled)}));
-    QCOMPARE(macControlCalls(), QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
+    QCOMPARE(m_emitted,
+             QStringList({QStringLiteral("statusChanged(%1)").arg(status),
+                          QStringLiteral("statusDescriptionChanged(%1)").arg(description),
+                          QStringLiteral("enabledChanged(%1)").arg(enabled)}));
+    QCOMPARE(macControlCalls(),
+             QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
 }
 
 void MacKernelTest::unchangedOutputEmitsNothing()
@@ -303,7 +310,8 @@ void MacKernelTest::slotsWaitForTheMutex()
     MacKernel::slotMutex()->unlock();
     QTRY_VERIFY(thread->isFinished());
     delete thread;
-    QCOMPARE(macControlCalls(), QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
+    QCOMPARE(macControlCalls(),
+             QStringList({QStringLiteral("status"), QStringLiteral("is-enabled")}));
     QCOMPARE(kernel->status(), MacKernel::Disabled);
 }
 

@@ -236,7 +236,8 @@ void MacModuleTest::isParametersCorrectWithoutCupsFile()
     QVERIFY(QFile::remove(CupsConf));
     MacModule module;
     OutputCapture capture;
-    QStringList unknown = module.isParametersCorrect({KernelKey, CupsKey, QStringLiteral("unknown")});
+    QStringList unknown =
+        module.isParametersCorrect({KernelKey, CupsKey, QStringLiteral("unknown")});
     capture.finish();
     unknown.sort();
     QCOMPARE(unknown, QStringList({CupsKey, QStringLiteral("unknown")}));

@@ -27,9 +27,11 @@ const QByteArray Categories = "# categories\n"
                               "0x0000000000000008:Early name\n"
                               "0x8000000000000000:Top\n"
                               "0x0000000000000008:Later name\n"
-                              "0x0000000000000010:\xc3\x96" "ffentlich: Presse\n";
+                              "0x0000000000000010:\xc3\x96"
+                              "ffentlich: Presse\n";
 const QByteArray Levels = "0:Unclassified\n1:Restricted\n2:Confidential\n3:Secret\n";
-const QByteArray Labels = "03000000000000000000000000000000:05000000000000000000000000000000:alice\n";
+const QByteArray Labels =
+    "03000000000000000000000000000000:05000000000000000000000000000000:alice\n";
 
 Settings categoriesTable()
 {
@@ -37,7 +39,8 @@ Settings categoriesTable()
             {QStringLiteral("1"), QStringLiteral("Two bits")},
             {QStringLiteral("3"), QStringLiteral("Later name")},
             {QStringLiteral("63"), QStringLiteral("Top")},
-            {QStringLiteral("4"), QString::fromUtf8("\xc3\x96" "ffentlich: Presse")}};
+            {QStringLiteral("4"), QString::fromUtf8("\xc3\x96"
+                                                    "ffentlich: Presse")}};
 }
 
 Settings levelsTable()
@@ -247,7 +250,8 @@ void MaicModuleTest::getSettings()
     const SettingsReply reply = module.getSettings();
     capture.finish();
     QCOMPARE(reply.first, 0);
-    QCOMPARE(reply.second, Settings({{CategoriesKey, categoriesTable()}, {LevelsKey, levelsTable()}}));
+    QCOMPARE(reply.second,
+             Settings({{CategoriesKey, categoriesTable()}, {LevelsKey, levelsTable()}}));
     QCOMPARE(capture.standardError(), QByteArray());
 }
 
@@ -281,10 +285,12 @@ void MaicModuleTest::databaseMissing_data()
 {
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("message");
-    QTest::newRow("categories") << CategoriesFile
-                                << QByteArray("maic : Internal error: opencatdb_r() == 0\nNo such file or directory\n");
-    QTest::newRow("levels") << LevelsFile
-                            << QByteArray("maic : Internal error: openlevdb_r() == 0\nNo such file or directory\n");
+    QTest::newRow("categories")
+        << CategoriesFile
+        << QByteArray("maic : Internal error: opencatdb_r() == 0\nNo such file or directory\n");
+    QTest::newRow("levels")
+        << LevelsFile
+        << QByteArray("maic : Internal error: openlevdb_r() == 0\nNo such file or directory\n");
     QTest::newRow("labels") << LabelsFile << QByteArray("maic : Unable to read user list\n");
 }
 
@@ -302,9 +308,10 @@ void MaicModuleTest::databaseMissing()
     QCOMPARE(capture.standardError(), message);
     // Writing fails the same way and stores nothing.
     OutputCapture writing;
-    QCOMPARE(module.setSettings({{CategoriesKey, Settings{{QStringLiteral("5"), QStringLiteral("New")}}},
-                                 {LevelsKey, Settings{{QStringLiteral("7"), QStringLiteral("New")}}}}),
-             true);
+    QCOMPARE(
+        module.setSettings({{CategoriesKey, Settings{{QStringLiteral("5"), QStringLiteral("New")}}},
+                            {LevelsKey, Settings{{QStringLiteral("7"), QStringLiteral("New")}}}}),
+        true);
     writing.finish();
     // The missing database is not created; the categories come first and are stored when
     // only the levels are missing.
@@ -362,7 +369,8 @@ void MaicModuleTest::setCategoryBitModulo64()
     QCOMPARE(module.setCategory(64, QStringLiteral("x")), 0);
     QVERIFY(readBytes(CategoriesFile).contains("\n0x0000000000000001:x\n"));
     QVERIFY(!readBytes(CategoriesFile).contains(":Finance\n"));
-    QCOMPARE(module.getCategories().second.value(QStringLiteral("0")), QVariant(QStringLiteral("x")));
+    QCOMPARE(module.getCategories().second.value(QStringLiteral("0")),
+             QVariant(QStringLiteral("x")));
 }
 
 void MaicModuleTest::setCategoryKeepsOneNamePerBit()
@@ -372,7 +380,8 @@ void MaicModuleTest::setCategoryKeepsOneNamePerBit()
     const QByteArray after = readBytes(CategoriesFile);
     QCOMPARE(after.count("0x0000000000000008:"), 1);
     QVERIFY(after.contains("0x0000000000000008:Third\n"));
-    QCOMPARE(module.getCategories().second.value(QStringLiteral("3")), QVariant(QStringLiteral("Third")));
+    QCOMPARE(module.getCategories().second.value(QStringLiteral("3")),
+             QVariant(QStringLiteral("Third")));
 }
 
 void MaicModuleTest::setSettingsRoundTripWritesNothing()
@@ -413,7 +422,8 @@ void MaicModuleTest::setSettingsFromJsonMaps()
     const QVariantMap levels{{QStringLiteral("9"), QStringLiteral("Nine")}};
     const QVariantMap categories{{QStringLiteral("9"), QStringLiteral("Bit nine")}};
     QCOMPARE(module.setSettings({{LevelsKey, levels}, {CategoriesKey, categories}}), false);
-    QCOMPARE(module.getMacLevels().second.value(QStringLiteral("9")), QVariant(QStringLiteral("Nine")));
+    QCOMPARE(module.getMacLevels().second.value(QStringLiteral("9")),
+             QVariant(QStringLiteral("Nine")));
     QCOMPARE(module.getCategories().second.value(QStringLiteral("9")),
              QVariant(QStringLiteral("Bit nine")));
 }
@@ -424,7 +434,8 @@ void MaicModuleTest::nonAsciiNamesRoundTrip()
     const QString name = QString::fromUtf8("Совершенно секретно: 100%\tнет");
     QCOMPARE(module.setMacLevel(5, name), 0);
     QCOMPARE(module.setCategory(7, name), 0);
-    QVERIFY(readBytes(LevelsFile).contains("5:" + name.toUtf8().replace("%", "%25").replace("\t", "%09") + "\n"));
+    QVERIFY(readBytes(LevelsFile)
+                .contains("5:" + name.toUtf8().replace("%", "%25").replace("\t", "%09") + "\n"));
     QCOMPARE(module.getMacLevels().second.value(QStringLiteral("5")), QVariant(name));
     QCOMPARE(module.getCategories().second.value(QStringLiteral("7")), QVariant(name));
 }
@@ -433,9 +444,9 @@ void MaicModuleTest::levelConflict()
 {
     MaicModule module;
     OutputCapture capture;
-    const bool failed = module.setSettings(
-        {{LevelsKey, Settings{{QStringLiteral("2"), QStringLiteral("Secret")}}},
-         {CategoriesKey, categoriesTable()}});
+    const bool failed =
+        module.setSettings({{LevelsKey, Settings{{QStringLiteral("2"), QStringLiteral("Secret")}}},
+                            {CategoriesKey, categoriesTable()}});
     capture.finish();
     QCOMPARE(failed, true);
     QCOMPARE(capture.standardError(), QByteArray("maic : Level name \"Secret\" already exists\n"));
@@ -452,7 +463,8 @@ void MaicModuleTest::categoryConflict()
          {LevelsKey, Settings{{QStringLiteral("8"), QStringLiteral("Eight")}}}});
     capture.finish();
     QCOMPARE(failed, true);
-    QCOMPARE(capture.standardError(), QByteArray("maic : Category name \"Finance\" already exists\n"));
+    QCOMPARE(capture.standardError(),
+             QByteArray("maic : Category name \"Finance\" already exists\n"));
     QCOMPARE(readBytes(CategoriesFile), Categories);
     QCOMPARE(readBytes(LevelsFile), Levels);
 }
@@ -494,7 +506,8 @@ void MaicModuleTest::entriesBeforeAFailureStay()
     capture.finish();
     const bool nineFirst = levels.constBegin().key() == QLatin1String("9");
     QCOMPARE(module.getMacLevels().second.contains(QStringLiteral("9")), nineFirst);
-    QCOMPARE(module.getMacLevels().second.value(QStringLiteral("1")), QVariant(QStringLiteral("Restricted")));
+    QCOMPARE(module.getMacLevels().second.value(QStringLiteral("1")),
+             QVariant(QStringLiteral("Restricted")));
 }
 
 void MaicModuleTest::setValueInUnknownParam()

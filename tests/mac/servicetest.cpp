@@ -99,17 +99,21 @@ void ServiceTest::readDirective_data()
     QTest::addColumn<QString>("directive");
     QTest::addColumn<bool>("on");
 
-    QTest::newRow("only a commented line") << QByteArray("#LumoMode on\n") << QStringLiteral("LumoMode") << false;
+    QTest::newRow("only a commented line")
+        << QByteArray("#LumoMode on\n") << QStringLiteral("LumoMode") << false;
     QTest::newRow("indented with a comment after")
         << QByteArray("   MacEnable on # MAC labels\n") << QStringLiteral("MacEnable") << true;
     QTest::newRow("the first line decides")
-        << QByteArray("LumoMode on\n#LumoMode off\nLumoMode off\n") << QStringLiteral("LumoMode") << true;
+        << QByteArray("LumoMode on\n#LumoMode off\nLumoMode off\n") << QStringLiteral("LumoMode")
+        << true;
     QTest::newRow("off") << QByteArray("LumoMode off\n") << QStringLiteral("LumoMode") << false;
     QTest::newRow("absent") << QByteArray("ServerName x\n") << QStringLiteral("LumoMode") << false;
     QTest::newRow("longer directive does not match")
         << QByteArray("LumoModeX on\n") << QStringLiteral("LumoMode") << false;
-    QTest::newRow("word must end") << QByteArray("LumoMode online\n") << QStringLiteral("LumoMode") << false;
-    QTest::newRow("tab and no line break") << QByteArray("\tLumoMode\ton") << QStringLiteral("LumoMode") << true;
+    QTest::newRow("word must end")
+        << QByteArray("LumoMode online\n") << QStringLiteral("LumoMode") << false;
+    QTest::newRow("tab and no line break")
+        << QByteArray("\tLumoMode\ton") << QStringLiteral("LumoMode") << true;
     QTest::newRow("upper case value is not a value")
         << QByteArray("LumoMode On\nLumoMode on\n") << QStringLiteral("LumoMode") << true;
     QTest::newRow("empty file") << QByteArray() << QStringLiteral("LumoMode") << false;
@@ -134,16 +138,16 @@ void ServiceTest::writeDirective_data()
     QTest::addColumn<QByteArray>("after");
 
     QTest::newRow("commented line is uncommented")
-        << QByteArray("#LumoMode on\n") << QStringLiteral("LumoMode") << false << QByteArray("LumoMode off\n");
+        << QByteArray("#LumoMode on\n") << QStringLiteral("LumoMode") << false
+        << QByteArray("LumoMode off\n");
     QTest::newRow("indentation dropped, comment kept")
         << QByteArray("   MacEnable on # MAC labels\n") << QStringLiteral("MacEnable") << false
         << QByteArray("MacEnable off # MAC labels\n");
     QTest::newRow("every copy rewritten")
         << QByteArray("LumoMode on\n# LumoMode off\n") << QStringLiteral("LumoMode") << true
         << QByteArray("LumoMode on\nLumoMode on\n");
-    QTest::newRow("absent: appended")
-        << QByteArray("ServerName x\n") << QStringLiteral("LumoMode") << true
-        << QByteArray("ServerName x\n\nLumoMode on\n");
+    QTest::newRow("absent: appended") << QByteArray("ServerName x\n") << QStringLiteral("LumoMode")
+                                      << true << QByteArray("ServerName x\n\nLumoMode on\n");
     QTest::newRow("absent, no final line break")
         << QByteArray("ServerName x") << QStringLiteral("LumoMode") << false
         << QByteArray("ServerName x\nLumoMode off\n");
@@ -153,7 +157,8 @@ void ServiceTest::writeDirective_data()
         << QByteArray("a\n\n\n  LumoMode off\nb\n") << QStringLiteral("LumoMode") << true
         << QByteArray("a\n\n\nLumoMode on\nb\n");
     QTest::newRow("several hash signs")
-        << QByteArray("## LumoMode off\n") << QStringLiteral("LumoMode") << true << QByteArray("LumoMode on\n");
+        << QByteArray("## LumoMode off\n") << QStringLiteral("LumoMode") << true
+        << QByteArray("LumoMode on\n");
     QTest::newRow("longer directive untouched, line appended")
         << QByteArray("LumoModeX on\n") << QStringLiteral("LumoMode") << false
         << QByteArray("LumoModeX on\n\nLumoMode off\n");
@@ -182,8 +187,10 @@ void ServiceTest::debianFiles_data()
     QTest::addColumn<QByteArray>("pristine");
     QTest::addColumn<QString>("directive");
 
-    QTest::newRow("apache2.conf") << QStringLiteral("Apache") << fixture("apache2.conf") << QStringLiteral("LumoMode");
-    QTest::newRow("cupsd.conf") << QStringLiteral("Cups") << fixture("cupsd.conf") << QStringLiteral("MacEnable");
+    QTest::newRow("apache2.conf") << QStringLiteral("Apache") << fixture("apache2.conf")
+                                  << QStringLiteral("LumoMode");
+    QTest::newRow("cupsd.conf") << QStringLiteral("Cups") << fixture("cupsd.conf")
+                                << QStringLiteral("MacEnable");
 }
 
 // Debian's own files, with the directive absent, added, commented and indented: every other
@@ -258,7 +265,8 @@ void ServiceTest::stoppedServiceStaysStopped()
     Mac::Service *cups = Mac::ServiceRegistry::services().value(QStringLiteral("Cups"));
     cups->setEnabled(true);
     QCOMPARE(systemctlCalls(), QStringList({QStringLiteral("is-active --quiet cups")}));
-    QCOMPARE(readBytes(QStringLiteral("/var/lib/zql-sim/systemctl/cups.state")), QByteArray("inactive\n"));
+    QCOMPARE(readBytes(QStringLiteral("/var/lib/zql-sim/systemctl/cups.state")),
+             QByteArray("inactive\n"));
 }
 
 void ServiceTest::restartEvenWhenTheWriteFailed()
