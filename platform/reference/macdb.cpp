@@ -26,7 +26,7 @@ const char CategoryFile[] = "categories";
 const char LevelFile[] = "levels";
 const char LabelFile[] = "labels";
 // A database larger than this is not one of ours; refused instead of read into memory.
-constexpr off_t MaximumDatabaseSize = 16 * 1024 * 1024;
+constexpr off_t MaximumDatabaseSize = off_t(16) * 1024 * 1024;
 constexpr mode_t NewDatabaseMode = 0644;
 constexpr mode_t LockFileMode = 0600;
 constexpr int HexDigitsPerByte = 2;

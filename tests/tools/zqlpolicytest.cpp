@@ -34,7 +34,8 @@ const QString MonitorAway = Monitor + QStringLiteral(".away");
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
 const QStringList WatchedRoots = {QStringLiteral("/etc"), QStringLiteral("/usr/share/pam-configs"),
-                                  QStringLiteral("/var/lib/zql-sim/switches")};
+                                  QStringLiteral("/var/lib/zql-sim/switches"),
+                                  QStringLiteral("/var/lib/zql-sim/mac-control")};
 
 using Snapshot = QMap<QString, QByteArray>;
 
@@ -220,6 +221,7 @@ private Q_SLOTS:
     void exportToFileAndStandardOutputAgree();
     void checkAcceptsExport();
     void checkReadsStandardInput();
+    void macModulesInMode1();
     void refused_data();
     void refused();
     void applyOnlySelectedModules();
@@ -308,7 +310,7 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QByteArray>("message");
 
     const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, console-policy, system-parameters";
+                               "login-local, maic, mac, console-policy, system-parameters";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -381,6 +383,8 @@ void ZqlPolicyTest::list()
                                     "password-policy        available\n"
                                     "account-lockout        available\n"
                                     "login-local            available\n"
+                                    "maic                   available\n"
+                                    "mac                    available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"));
 }
@@ -469,10 +473,11 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(applied.err,
-             QByteArray("zql-policy: " + path("p.json").toUtf8() +
-                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, console-policy, system-parameters\n"));
+    QCOMPARE(
+        applied.err,
+        QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                   ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                   "account-lockout, login-local, maic, mac, console-policy, system-parameters\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -480,11 +485,10 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // --all writes every module; in the modules' own layout that changes no byte either.
     const Run all = run({QStringLiteral("apply"), path("p.json"), QStringLiteral("--all")});
     QVERIFY2(all.exitCode == 0, qPrintable(describe(all)));
-    QCOMPARE(lastLine(all.err),
-             QByteArray(
-                 "zql-policy: " + path("p.json").toUtf8() +
-                 ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "console-policy, system-parameters"));
+    QCOMPARE(lastLine(all.err), QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                                           ": applied: user-creation-policy, password-policy, "
+                                           "account-lockout, login-local, maic, mac, "
+                                           "console-policy, system-parameters"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -501,10 +505,11 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
-                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, console-policy, system-parameters\n"
-                             "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err,
+             "zql-policy: " + path("start.json").toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, maic, mac, console-policy, system-parameters\n"
+                 "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -532,10 +537,11 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out, path("part.json").toUtf8() +
-                              ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, console-policy, system-parameters; not exported: "
-                              "login-local\n");
+    QCOMPARE(checked.out,
+             path("part.json").toUtf8() +
+                 ": accepted: user-creation-policy, password-policy, "
+                 "account-lockout, maic, mac, console-policy, system-parameters; not exported: "
+                 "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -573,11 +579,11 @@ void ZqlPolicyTest::checkAcceptsExport()
     QVERIFY(run({QStringLiteral("export"), QStringLiteral("-o"), path("c.json")}).exitCode == 0);
     const Run result = run({QStringLiteral("check"), path("c.json")});
     QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.out,
-             (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                                              "account-lockout, login-local, console-policy, "
-                                              "system-parameters\n"))
-                 .toUtf8());
+    QCOMPARE(result.out, (path("c.json") +
+                          QStringLiteral(": accepted: user-creation-policy, password-policy, "
+                                         "account-lockout, login-local, maic, mac, console-policy, "
+                                         "system-parameters\n"))
+                             .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     // The switches modules read their switches when they are made; nothing was switched.
@@ -590,6 +596,36 @@ void ZqlPolicyTest::checkReadsStandardInput()
     const Run result = run({QStringLiteral("check"), QStringLiteral("-")}, LoginAll);
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.out, QByteArray("standard input: accepted: login-local\n"));
+}
+
+// Mode 1: "maic" knows only its levels and "mac" is not offered; a document carrying either
+// is refused, the machine's own export applies back with nothing to do.
+void ZqlPolicyTest::macModulesInMode1()
+{
+    QVERIFY(ZqlTest::writeBytes(QStringLiteral("/etc/zql-platform/security-mode"), "1\n"));
+    const Run listed = run({QStringLiteral("list")});
+    QCOMPARE(listed.exitCode, 0);
+    QVERIFY2(listed.out.contains("\nmaic                   available\n"
+                                 "mac                    not available\n"),
+             listed.out.constData());
+
+    const Run checked = run({QStringLiteral("check"), HardeningPolicy});
+    QCOMPARE(checked.exitCode, 3);
+    QVERIFY2(checked.err.contains("maic: unknown key \"mac-categories\"\n"),
+             checked.err.constData());
+    QVERIFY2(checked.err.contains("mac: the module is not available on this machine (its "
+                                  "security mode); leave it out with --only\n"),
+             checked.err.constData());
+
+    const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("m1.json")});
+    QVERIFY2(exported.exitCode == 0, qPrintable(describe(exported)));
+    const QByteArray policy = ZqlTest::readBytes(path("m1.json"));
+    QVERIFY(policy.contains("\n    \"maic\": {"));
+    QVERIFY(!policy.contains("\"mac\": {"));
+    // The export carries both tables of "maic", so mode 1 refuses it as well.
+    const Run again = run({QStringLiteral("check"), path("m1.json")});
+    QCOMPARE(again.exitCode, 3);
+    QVERIFY2(again.err.contains("maic: unknown key \"mac-categories\"\n"), again.err.constData());
 }
 
 void ZqlPolicyTest::refused_data()
@@ -615,9 +651,10 @@ void ZqlPolicyTest::refused_data()
                       "one line of printable text\n");
     QTest::newRow("unknown module")
         << head + "\"firewall\": {}}" << QStringList()
-        << QByteArray("\"firewall\" is not a module of this library (the modules: "
-                      "user-creation-policy, password-policy, account-lockout, login-local, "
-                      "console-policy, system-parameters)\n");
+        << QByteArray(
+               "\"firewall\" is not a module of this library (the modules: "
+               "user-creation-policy, password-policy, account-lockout, login-local, maic, mac, "
+               "console-policy, system-parameters)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
                                   << QByteArray("\"format\" is \"other\", not \"zql-policy\"\n");
@@ -909,7 +946,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, console-policy, system-parameters\n");
+                            "login-local, maic, mac, console-policy, system-parameters\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -918,9 +955,10 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
-                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, console-policy, system-parameters\n");
+    QCOMPARE(again.err,
+             "zql-policy: " + HardeningPolicy.toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, maic, mac, console-policy, system-parameters\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -956,7 +994,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, console-policy, "
+        "password-policy, account-lockout, maic, mac, console-policy, "
         "system-parameters\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 

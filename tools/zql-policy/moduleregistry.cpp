@@ -18,6 +18,8 @@ ModuleRegistry ModuleRegistry::libraryModules()
                  [] { return std::make_unique<AccountLockoutModule>(); });
     registry.add(QStringLiteral("login-local"),
                  [] { return std::make_unique<LoginLocalModule>(); });
+    registry.add(QStringLiteral("maic"), [] { return std::make_unique<MaicModule>(); });
+    registry.add(QStringLiteral("mac"), [] { return std::make_unique<MacModule>(); });
     registry.add(QStringLiteral("console-policy"),
                  [] { return std::make_unique<ConsolePolicyModule>(); });
     registry.add(QStringLiteral("system-parameters"),
