@@ -1,7 +1,7 @@
 // Reference implementation of the MAC naming databases for stock Debian: three text files under
 // /etc/zql-platform/mac/, one record per line, the numbers first and the name last (see
 // docs/platform.md for the exact format). Reading works on a snapshot taken by open and rewind;
-// storing takes an exclusive flock on a lock file beside the database, reads the file afresh,
+// storing takes an exclusive flock on the database directory, reads the file afresh,
 // replaces or appends the record and puts a new file in place by rename, so that readers see
 // either the old or the new file and two writers never lose each other's records.
 
@@ -28,7 +28,6 @@ const char LabelFile[] = "labels";
 // A database larger than this is not one of ours; refused instead of read into memory.
 constexpr off_t MaximumDatabaseSize = off_t(16) * 1024 * 1024;
 constexpr mode_t NewDatabaseMode = 0644;
-constexpr mode_t LockFileMode = 0600;
 constexpr int HexDigitsPerByte = 2;
 constexpr int BitsPerHexDigit = 4;
 constexpr int MaximumMaskDigits = 16;
@@ -44,7 +43,6 @@ namespace ZqlReference {
 struct Database
 {
     std::string path;
-    std::string lockPath;
     std::string directory;
     std::string baseName;
     std::vector<std::string> lines;
@@ -70,7 +68,6 @@ void setUpDatabase(Database *database, const char *baseName)
     database->directory = DatabaseDirectory;
     database->baseName = baseName;
     database->path = database->directory + '/' + baseName;
-    database->lockPath = database->directory + "/." + baseName + ".lock";
 }
 
 bool readWholeFile(const std::string &path, std::string &content)
@@ -382,13 +379,16 @@ bool replaceFile(const Database &database, const std::string &content)
     return true;
 }
 
-// Holds the database's exclusive lock for as long as it lives.
+// Holds the databases' exclusive lock for as long as it lives: a flock on the directory, shared
+// by the three databases, so that two writers never interleave their read and rename.
 class WriteLock
 {
 public:
     explicit WriteLock(const Database &database)
     {
-        m_fd = ::open(database.lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, LockFileMode);
+        // The lock is the database directory itself: it always exists, leaves no file behind
+        // and can be taken on a read-only file system (where the store then fails).
+        m_fd = ::open(database.directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (m_fd < 0)
             return;
         while (::flock(m_fd, LOCK_EX) != 0) {
