@@ -9,6 +9,7 @@
 #include <QMutex>
 #include <QSignalSpy>
 #include <QThread>
+#include <QTranslator>
 
 using Mac::MacKernel;
 using namespace ZqlTest;
@@ -40,6 +41,7 @@ private Q_SLOTS:
     void missingToolIsAnError();
     void slotsWaitForTheMutex();
     void twoThreadsAtOnce();
+    void translatedDescriptions();
 
 private:
     // The signals in the order they came, each as "name(argument)".
@@ -333,6 +335,28 @@ void MacKernelTest::twoThreadsAtOnce()
     delete second;
     QCOMPARE(macControlCalls().size(), 4);
     QCOMPARE(kernel->status(), MacKernel::WillBeDisabled);
+}
+
+// The descriptions come from the catalogue in the kernel model's own context; the keywords
+// searched in the tool's output keep their meaning.
+void MacKernelTest::translatedDescriptions()
+{
+    QTranslator translator;
+    QVERIFY(translator.load(QStringLiteral("libzql-modules_ru"),
+                            QStringLiteral("/usr/share/vela/translations")));
+    QVERIFY(QCoreApplication::installTranslator(&translator));
+    MacKernel *kernel = MacKernel::instance();
+    QVERIFY(setMacControlState(false, true));
+    kernel->update();
+    QCOMPARE(kernel->status(), MacKernel::WillBeEnabled);
+    QCOMPARE(
+        kernel->statusDescription(),
+        QString::fromUtf8("Подсистема выключена, но будет <b>включена после перезагрузки</b>"));
+    QSignalSpy warningSpy(kernel, &MacKernel::warning);
+    kernel->enable();
+    QCOMPARE(warningSpy.at(0).at(0).toString(),
+             QString::fromUtf8("Включение МРД уже запланировано после перезагрузки."));
+    QVERIFY(QCoreApplication::removeTranslator(&translator));
 }
 
 ZQL_SANDBOXED_TEST_MAIN(MacKernelTest)
