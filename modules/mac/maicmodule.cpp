@@ -186,7 +186,10 @@ MaicModule::~MaicModule() = default;
 
 SettingsReply MaicModule::getSettings()
 {
-    if (getCategories().first != StatusSuccess || getMacLevels().first != StatusSuccess)
+    // Both are read (and report) before either status is looked at.
+    const qint32 categoriesStatus = getCategories().first;
+    const qint32 levelsStatus = getMacLevels().first;
+    if (categoriesStatus != StatusSuccess || levelsStatus != StatusSuccess)
         return {StatusFailure, {}};
     // Read once more for the values: both databases twice, the user list four times.
     const SettingsReply categories = getCategories();

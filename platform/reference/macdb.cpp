@@ -482,6 +482,93 @@ void endWalk(Database *database)
     database->lines.clear();
     database->next = 0;
 }
+// What the category and level databases differ in: the record, how a line reads and how a
+// record is written.
+struct CategoryFormat
+{
+    using Record = tessel_catent;
+    using Parsed = CategoryLine;
+    static constexpr char *Record::*Name = &tessel_catent::cat_name;
+    static bool parse(const std::string &line, Parsed &parsed)
+    {
+        return parseCategory(line, parsed);
+    }
+    static void fill(Record &record, const Parsed &parsed) { record.cat_mask = parsed.mask; }
+    static std::string key(const Record &record) { return formatMask(record.cat_mask); }
+    static bool sameKey(const Parsed &parsed, const Record &record)
+    {
+        return parsed.mask == record.cat_mask;
+    }
+};
+
+struct LevelFormat
+{
+    using Record = tessel_levent;
+    using Parsed = LevelLine;
+    static constexpr char *Record::*Name = &tessel_levent::lev_name;
+    static bool parse(const std::string &line, Parsed &parsed)
+    {
+        return parseLevelLine(line, parsed);
+    }
+    static void fill(Record &record, const Parsed &parsed) { record.lev_level = parsed.level; }
+    static std::string key(const Record &record) { return std::to_string(record.lev_level); }
+    static bool sameKey(const Parsed &parsed, const Record &record)
+    {
+        return parsed.level == record.lev_level;
+    }
+};
+
+// The next readable record of the walk, damaged lines reported and passed over.
+template<typename Format> typename Format::Record *nextRecord(Database *database)
+{
+    using Record = typename Format::Record;
+    if (!database)
+        return nullptr;
+    while (database->next < database->lines.size()) {
+        const std::size_t index = database->next++;
+        const std::string &line = database->lines[index];
+        if (!isRecordLine(line))
+            continue;
+        typename Format::Parsed parsed;
+        if (!Format::parse(line, parsed)) {
+            reportDamagedLine(*database, index);
+            continue;
+        }
+        auto *record = static_cast<Record *>(std::calloc(1, sizeof(Record)));
+        if (!record)
+            return nullptr;
+        record->*Format::Name = duplicate(parsed.name);
+        if (!(record->*Format::Name)) {
+            std::free(record);
+            return nullptr;
+        }
+        Format::fill(*record, parsed);
+        return record;
+    }
+    return nullptr;
+}
+
+template<typename Format> void freeRecord(typename Format::Record *record)
+{
+    if (!record)
+        return;
+    std::free(record->*Format::Name);
+    std::free(record);
+}
+
+template<typename Format> int storeRecord(Database *database, const typename Format::Record *record)
+{
+    const char *name = record ? record->*Format::Name : nullptr;
+    if (!database || !name || !*name) {
+        errno = EINVAL;
+        return -1;
+    }
+    return storeLine(database, Format::key(*record) + ':' + escapeName(name),
+                     [record](const std::string &line) {
+                         typename Format::Parsed parsed;
+                         return Format::parse(line, parsed) && Format::sameKey(parsed, *record);
+                     });
+}
 } // namespace
 
 extern "C" {
@@ -498,39 +585,12 @@ int setcatent_r(tessel_catdb *handle)
 
 tessel_catent *getcatent_r(tessel_catdb *handle)
 {
-    Database *database = handle;
-    if (!database)
-        return nullptr;
-    while (database->next < database->lines.size()) {
-        const std::size_t index = database->next++;
-        const std::string &line = database->lines[index];
-        if (!isRecordLine(line))
-            continue;
-        CategoryLine parsed;
-        if (!parseCategory(line, parsed)) {
-            reportDamagedLine(*database, index);
-            continue;
-        }
-        auto *record = static_cast<tessel_catent *>(std::calloc(1, sizeof(tessel_catent)));
-        if (!record)
-            return nullptr;
-        record->cat_name = duplicate(parsed.name);
-        if (!record->cat_name) {
-            std::free(record);
-            return nullptr;
-        }
-        record->cat_mask = parsed.mask;
-        return record;
-    }
-    return nullptr;
+    return nextRecord<CategoryFormat>(handle);
 }
 
 void freecatent_r(tessel_catent *record)
 {
-    if (!record)
-        return;
-    std::free(record->cat_name);
-    std::free(record);
+    freeRecord<CategoryFormat>(record);
 }
 
 void endcatent_r(tessel_catdb *handle)
@@ -540,17 +600,7 @@ void endcatent_r(tessel_catdb *handle)
 
 int putcatent_r(tessel_catdb *handle, const tessel_catent *record)
 {
-    Database *database = handle;
-    if (!database || !record || !record->cat_name || !*record->cat_name) {
-        errno = EINVAL;
-        return -1;
-    }
-    const std::uint64_t mask = record->cat_mask;
-    return storeLine(database, formatMask(mask) + ':' + escapeName(record->cat_name),
-                     [mask](const std::string &line) {
-                         CategoryLine parsed;
-                         return parseCategory(line, parsed) && parsed.mask == mask;
-                     });
+    return storeRecord<CategoryFormat>(handle, record);
 }
 
 void closecatdb_r(tessel_catdb *handle)
@@ -570,39 +620,12 @@ int setlevent_r(tessel_levdb *handle)
 
 tessel_levent *getlevent_r(tessel_levdb *handle)
 {
-    Database *database = handle;
-    if (!database)
-        return nullptr;
-    while (database->next < database->lines.size()) {
-        const std::size_t index = database->next++;
-        const std::string &line = database->lines[index];
-        if (!isRecordLine(line))
-            continue;
-        LevelLine parsed;
-        if (!parseLevelLine(line, parsed)) {
-            reportDamagedLine(*database, index);
-            continue;
-        }
-        auto *record = static_cast<tessel_levent *>(std::calloc(1, sizeof(tessel_levent)));
-        if (!record)
-            return nullptr;
-        record->lev_name = duplicate(parsed.name);
-        if (!record->lev_name) {
-            std::free(record);
-            return nullptr;
-        }
-        record->lev_level = parsed.level;
-        return record;
-    }
-    return nullptr;
+    return nextRecord<LevelFormat>(handle);
 }
 
 void freelevent_r(tessel_levent *record)
 {
-    if (!record)
-        return;
-    std::free(record->lev_name);
-    std::free(record);
+    freeRecord<LevelFormat>(record);
 }
 
 void endlevent_r(tessel_levdb *handle)
@@ -612,17 +635,7 @@ void endlevent_r(tessel_levdb *handle)
 
 int putlevent_r(tessel_levdb *handle, const tessel_levent *record)
 {
-    Database *database = handle;
-    if (!database || !record || !record->lev_name || !*record->lev_name) {
-        errno = EINVAL;
-        return -1;
-    }
-    const unsigned char level = record->lev_level;
-    return storeLine(database, std::to_string(level) + ':' + escapeName(record->lev_name),
-                     [level](const std::string &line) {
-                         LevelLine parsed;
-                         return parseLevelLine(line, parsed) && parsed.level == level;
-                     });
+    return storeRecord<LevelFormat>(handle, record);
 }
 
 void closelevdb_r(tessel_levdb *handle)

@@ -10,8 +10,9 @@
 #include <QByteArray>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <ctime>
+#include <thread>
 #include <vector>
 
 #include <fcntl.h>
@@ -70,8 +71,7 @@ int runSystemctl(const std::vector<QByteArray> &arguments, int limitMs)
             }
             return -1;
         }
-        const timespec interval{0, PollIntervalNs};
-        ::nanosleep(&interval, nullptr);
+        std::this_thread::sleep_for(std::chrono::nanoseconds(PollIntervalNs));
         waitedNs += PollIntervalNs;
     }
 }

@@ -11,6 +11,8 @@
 #include <QThread>
 #include <QTranslator>
 
+#include <csignal>
+
 using Mac::MacKernel;
 using namespace ZqlTest;
 
@@ -39,6 +41,7 @@ private Q_SLOTS:
     void nonZeroExitIsAWarning();
     void crashIsAnError();
     void missingToolIsAnError();
+    void hangingToolBlocksWithoutLimit();
     void slotsWaitForTheMutex();
     void twoThreadsAtOnce();
     void translatedDescriptions();
@@ -297,6 +300,31 @@ void MacKernelTest::missingToolIsAnError()
     QCOMPARE(errorSpy.count(), 3);
     QCOMPARE(errorSpy.at(2).at(0).toString(),
              QStringLiteral("lumo-mac-control enable returned -1:\n\n"));
+}
+
+// No time limit: the call waits for the tool however long it takes; a tool killed from outside
+// ends it as a crash.
+void MacKernelTest::hangingToolBlocksWithoutLimit()
+{
+    MacKernel *kernel = MacKernel::instance();
+    const QString pidFile = MacControlDir + QStringLiteral("/hang.pid");
+    QFile::remove(pidFile);
+    QVERIFY(setMacControlFault("is-enabled hang"));
+    QSignalSpy errorSpy(kernel, &MacKernel::error);
+    QThread *thread = QThread::create([kernel] { kernel->update(); });
+    thread->start();
+    QTRY_VERIFY(!readBytes(pidFile).trimmed().isEmpty());
+    QVERIFY(!thread->wait(300));
+    const pid_t pid = readBytes(pidFile).trimmed().toInt();
+    QVERIFY(pid > 0);
+    QCOMPARE(::kill(pid, SIGKILL), 0);
+    QTRY_VERIFY(thread->isFinished());
+    delete thread;
+    QCOMPARE(errorSpy.count(), 1);
+    QCOMPARE(errorSpy.at(0).at(0).toString(),
+             QStringLiteral("lumo-mac-control is-enabled returned -1:\n\n"));
+    // Active now (the status run was fine), not planned (the killed run gave nothing).
+    QCOMPARE(kernel->status(), MacKernel::WillBeDisabled);
 }
 
 void MacKernelTest::slotsWaitForTheMutex()
