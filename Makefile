@@ -81,7 +81,7 @@ test-vendor: deps
 	    -DZQL_VENDOR_PLATFORM=ON -DZQL_PLATFORM_REFERENCE_TESTS=ON \
 	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
 	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest \
-	    auditdbtest eventlogtest velauidesktopentrytest
+	    auditdbtest eventlogtest velauidesktopentrytest macdbtest systemdservicetest
 	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
 
 # The fuzzers: a clang build of the library and zql-policy's core with libFuzzer, ASan and UBSan.

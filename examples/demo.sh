@@ -29,5 +29,7 @@ run() {
 cd "$root"
 run list
 run export
+# The MAC modules on their own: the kernel and service switches, the category and level names.
+run get maic mac
 run diff examples/hardening.json
 run apply --dry-run examples/hardening.json

@@ -283,4 +283,128 @@ a lock-file that provides scripts synchronization</source>
         <translation>Ошибка записи файла &apos;%1&apos;</translation>
     </message>
 </context>
+<context>
+    <name>Mac::MacKernel</name>
+    <message>
+        <source>Loading...</source>
+        <translation>Загрузка...</translation>
+    </message>
+    <message>
+        <source>Subsystem is &lt;b&gt;enabled&lt;/b&gt;</source>
+        <translation>Подсистема &lt;b&gt;включена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is &lt;b&gt;disabled&lt;/b&gt;</source>
+        <translation>Подсистема &lt;b&gt;выключена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is disabled, but it will be &lt;b&gt;enabled after reboot&lt;/b&gt;</source>
+        <translation>Подсистема выключена, но будет &lt;b&gt;включена после перезагрузки&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is enabled, but it will be &lt;b&gt;disabled after reboot&lt;/b&gt;</source>
+        <translation>Подсистема включена, но будет &lt;b&gt;выключена после перезагрузки&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>MAC enabling already planned after reboot.</source>
+        <translation>Включение МРД уже запланировано после перезагрузки.</translation>
+    </message>
+    <message>
+        <source>MAC disabling already planned after reboot.</source>
+        <translation>Выключение МРД уже запланировано после перезагрузки.</translation>
+    </message>
+</context>
+<context>
+    <name>Mac::Service</name>
+    <message>
+        <source>Can&apos;t open file %1!</source>
+        <translation>Не удаётся открыть файл %1!</translation>
+    </message>
+    <message>
+        <source>Can&apos;t write file %1: %2</source>
+        <translation>Не удаётся записать файл %1: %2</translation>
+    </message>
+</context>
+<context>
+    <name>MaicModule</name>
+    <message>
+        <source>Internal error: %1</source>
+        <translation>Внутренняя ошибка: %1</translation>
+    </message>
+    <message>
+        <source>Internal errror: %1</source>
+        <translation>Внутренняя ошибка: %1</translation>
+    </message>
+    <message>
+        <source>openauddb_r() == 0
+%1</source>
+        <translation>openauddb_r() == 0
+%1</translation>
+    </message>
+    <message>
+        <source>putlevent_r() != 0
+%1</source>
+        <translation>putlevent_r() != 0
+%1</translation>
+    </message>
+    <message>
+        <source>opencatdb_r() == 0
+%1</source>
+        <translation>opencatdb_r() == 0
+%1</translation>
+    </message>
+    <message>
+        <source>openlevdb_r() == 0
+%1</source>
+        <translation>openlevdb_r() == 0
+%1</translation>
+    </message>
+    <message>
+        <source>setcatent_r( catHandler ) &lt; 0
+%1</source>
+        <translation>setcatent_r( catHandler ) &lt; 0
+%1</translation>
+    </message>
+    <message>
+        <source>setlevent_r( levelHandler ) &lt; 0
+%1</source>
+        <translation>setlevent_r( levelHandler ) &lt; 0
+%1</translation>
+    </message>
+    <message>
+        <source>Unable to read user list</source>
+        <translation>Не удалось прочитать список пользователей</translation>
+    </message>
+    <message>
+        <source>Don&apos;t have param %1</source>
+        <translation>Нет параметра %1</translation>
+    </message>
+    <message>
+        <source>Category name &quot;%1&quot; already exists</source>
+        <translation>Имя категории &quot;%1&quot; уже существует</translation>
+    </message>
+    <message>
+        <source>Level name &quot;%1&quot; already exists</source>
+        <translation>Имя уровня &quot;%1&quot; уже существует</translation>
+    </message>
+</context>
+<context>
+    <name>QObject</name>
+    <message>
+        <source>%1 %2 returned %3:
+%4
+%5</source>
+        <translation>%1 %2 вернул %3:
+%4
+%5</translation>
+    </message>
+    <message>
+        <source>INACTIVE</source>
+        <translation>INACTIVE</translation>
+    </message>
+    <message>
+        <source>ENABLE</source>
+        <translation>ENABLE</translation>
+    </message>
+</context>
 </TS>

@@ -5,12 +5,16 @@ set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
     tessel/auditdb.h
     tessel/eventlog.h
+    tessel/macdb.h
+    velaadmin/systemdservice.h
     velaui/velauidesktopentry.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
     reference/auditdb.cpp
     reference/eventlog.cpp
+    reference/macdb.cpp
+    reference/systemdservice.cpp
     reference/velauidesktopentry.cpp
     reference/writeall_p.h
 )

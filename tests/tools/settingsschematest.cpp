@@ -124,6 +124,14 @@ QList<QPair<QString, Json>> wrongValues(const ValueRule &rule)
         add("a number", 5);
         add("null", nullptr);
         break;
+    case ValueRule::Kind::OpenTable:
+        add("a string", "x");
+        add("a list", Json::array());
+        add("null", nullptr);
+        add("a key out of range", Json::object({{"300", "x"}}));
+        add("a key that is no number", Json::object({{"x", "x"}}));
+        add("a value of the wrong type", Json::object({{"1", 5}}));
+        break;
     case ValueRule::Kind::TableList:
         add("an object", object);
         add("a string", "x");
@@ -160,6 +168,8 @@ Json goodValue(const ValueRule &rule)
         return Json::object();
     case ValueRule::Kind::TableList:
         return Json::array();
+    case ValueRule::Kind::OpenTable:
+        return Json::object();
     case ValueRule::Kind::TextList:
         return Json::array({"a"});
     case ValueRule::Kind::FileName:

@@ -41,7 +41,8 @@ const QString EventLog = QStringLiteral("/var/log/zql-platform/events.log");
 // The files the modules own or touch: configuration under /etc and the PAM profiles, and the
 // simulated tools' state. Backups and pam-auth-update's copies are left out.
 const QStringList WatchedRoots = {QStringLiteral("/etc"), QStringLiteral("/usr/share/pam-configs"),
-                                  QStringLiteral("/var/lib/zql-sim/switches")};
+                                  QStringLiteral("/var/lib/zql-sim/switches"),
+                                  QStringLiteral("/var/lib/zql-sim/mac-control")};
 
 using Snapshot = QMap<QString, QByteArray>;
 
@@ -229,6 +230,7 @@ private Q_SLOTS:
     void exportToFileAndStandardOutputAgree();
     void checkAcceptsExport();
     void checkReadsStandardInput();
+    void macModulesInMode1();
     void refused_data();
     void refused();
     void applyOnlySelectedModules();
@@ -328,7 +330,7 @@ void ZqlPolicyTest::usageErrors_data()
 
     const QByteArray modules =
         "user-creation-policy, password-policy, account-lockout, "
-        "login-local, audit, digsig, console-policy, system-parameters, kiosk-global";
+        "login-local, audit, maic, mac, digsig, console-policy, system-parameters, kiosk-global";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -402,6 +404,8 @@ void ZqlPolicyTest::list()
                                     "account-lockout        available\n"
                                     "login-local            available\n"
                                     "audit                  available\n"
+                                    "maic                   available\n"
+                                    "mac                    available\n"
                                     "digsig                 available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"
@@ -495,7 +499,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     QCOMPARE(applied.err,
              QByteArray("zql-policy: " + path("p.json").toUtf8() +
                         ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, audit, digsig, console-policy, "
+                        "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
                         "system-parameters, kiosk-global\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -508,7 +512,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "audit, digsig, console-policy, system-parameters, kiosk-global"));
+                 "audit, maic, mac, digsig, console-policy, system-parameters, kiosk-global"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -525,11 +529,12 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
-                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, audit, digsig, console-policy, "
-                             "system-parameters, kiosk-global\n"
-                             "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err,
+             "zql-policy: " + path("start.json").toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
+                 "system-parameters, kiosk-global\n"
+                 "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -557,11 +562,12 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out, path("part.json").toUtf8() +
-                              ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, audit, digsig, console-policy, system-parameters, "
-                              "kiosk-global; not exported: "
-                              "login-local\n");
+    QCOMPARE(checked.out,
+             path("part.json").toUtf8() +
+                 ": accepted: user-creation-policy, password-policy, "
+                 "account-lockout, audit, maic, mac, digsig, console-policy, system-parameters, "
+                 "kiosk-global; not exported: "
+                 "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -599,12 +605,13 @@ void ZqlPolicyTest::checkAcceptsExport()
     QVERIFY(run({QStringLiteral("export"), QStringLiteral("-o"), path("c.json")}).exitCode == 0);
     const Run result = run({QStringLiteral("check"), path("c.json")});
     QCOMPARE(result.exitCode, 0);
-    QCOMPARE(result.out,
-             (path("c.json") +
-              QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, audit, digsig, console-policy, "
-                             "system-parameters, kiosk-global\n"))
-                 .toUtf8());
+    QCOMPARE(
+        result.out,
+        (path("c.json") +
+         QStringLiteral(": accepted: user-creation-policy, password-policy, "
+                        "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
+                        "system-parameters, kiosk-global\n"))
+            .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     // The switches modules read their switches when they are made; nothing was switched.
@@ -617,6 +624,36 @@ void ZqlPolicyTest::checkReadsStandardInput()
     const Run result = run({QStringLiteral("check"), QStringLiteral("-")}, LoginAll);
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.out, QByteArray("standard input: accepted: login-local\n"));
+}
+
+// Mode 1: "maic" knows only its levels and "mac" is not offered; a document carrying either
+// is refused, the machine's own export applies back with nothing to do.
+void ZqlPolicyTest::macModulesInMode1()
+{
+    QVERIFY(ZqlTest::writeBytes(QStringLiteral("/etc/zql-platform/security-mode"), "1\n"));
+    const Run listed = run({QStringLiteral("list")});
+    QCOMPARE(listed.exitCode, 0);
+    QVERIFY2(listed.out.contains("\nmaic                   available\n"
+                                 "mac                    not available\n"),
+             listed.out.constData());
+
+    const Run checked = run({QStringLiteral("check"), HardeningPolicy});
+    QCOMPARE(checked.exitCode, 3);
+    QVERIFY2(checked.err.contains("maic: unknown key \"mac-categories\"\n"),
+             checked.err.constData());
+    QVERIFY2(checked.err.contains("mac: the module is not available on this machine (its "
+                                  "security mode); leave it out with --only\n"),
+             checked.err.constData());
+
+    const Run exported = run({QStringLiteral("export"), QStringLiteral("-o"), path("m1.json")});
+    QVERIFY2(exported.exitCode == 0, qPrintable(describe(exported)));
+    const QByteArray policy = ZqlTest::readBytes(path("m1.json"));
+    QVERIFY(policy.contains("\n    \"maic\": {"));
+    QVERIFY(!policy.contains("\"mac\": {"));
+    // The export carries both tables of "maic", so mode 1 refuses it as well.
+    const Run again = run({QStringLiteral("check"), path("m1.json")});
+    QCOMPARE(again.exitCode, 3);
+    QVERIFY2(again.err.contains("maic: unknown key \"mac-categories\"\n"), again.err.constData());
 }
 
 void ZqlPolicyTest::refused_data()
@@ -646,6 +683,7 @@ void ZqlPolicyTest::refused_data()
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
                       "user-creation-policy, password-policy, account-lockout, login-local, audit, "
+                      "maic, mac, "
                       "digsig, "
                       "console-policy, system-parameters, kiosk-global)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
@@ -1018,10 +1056,10 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
 
     const Run drift = run({QStringLiteral("diff"), HardeningPolicy});
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
-    QCOMPARE(drift.out,
-             HardeningPolicy.toUtf8() +
-                 ": follows: user-creation-policy, password-policy, account-lockout, "
-                 "login-local, audit, digsig, console-policy, system-parameters, kiosk-global\n");
+    QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
+                            ": follows: user-creation-policy, password-policy, account-lockout, "
+                            "login-local, audit, maic, mac, digsig, console-policy, "
+                            "system-parameters, kiosk-global\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -1030,10 +1068,11 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
-                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, audit, digsig, console-policy, "
-                            "system-parameters, kiosk-global\n");
+    QCOMPARE(again.err,
+             "zql-policy: " + HardeningPolicy.toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
+                 "system-parameters, kiosk-global\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -1069,7 +1108,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, audit, digsig, console-policy, "
+        "password-policy, account-lockout, audit, maic, mac, digsig, console-policy, "
         "system-parameters, kiosk-global\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 

@@ -147,6 +147,30 @@ SettingsSchema LibrarySchemas::kioskGlobal()
     });
 }
 
+SettingsSchema LibrarySchemas::maic()
+{
+    // Categories are the bits of a 64-bit mask, levels one byte; the names are free text.
+    return SettingsSchema({
+        {QStringLiteral("mac-categories"),
+         ValueRule::openTable(QStringLiteral("a category's bit, 0 to 63"),
+                              QStringLiteral("^([0-9]|[1-5][0-9]|6[0-3])$"), ValueRule::text())},
+        {QStringLiteral("mac-levels"),
+         ValueRule::openTable(
+             QStringLiteral("a level's number, 0 to 255"),
+             QStringLiteral("^([0-9]|[1-9][0-9]|1[0-9][0-9]|2[0-4][0-9]|25[0-5])$"),
+             ValueRule::text())},
+    });
+}
+
+SettingsSchema LibrarySchemas::mac()
+{
+    return SettingsSchema({
+        {QStringLiteral("Mac-kernel"), flag()},
+        {QStringLiteral("Apache"), flag()},
+        {QStringLiteral("Cups"), flag()},
+    });
+}
+
 SettingsSchema LibrarySchemas::securitySwitches()
 {
     // The switches are the machine's: their script names under /usr/sbin, each on or off.

@@ -16,6 +16,8 @@ public:
     static SettingsSchema audit();
     static SettingsSchema digsig();
     static SettingsSchema kioskGlobal();
+    static SettingsSchema maic();
+    static SettingsSchema mac();
     /** console-policy and system-parameters. */
     static SettingsSchema securitySwitches();
 };

@@ -30,6 +30,11 @@ ModuleRegistry ModuleRegistry::libraryModules()
         QStringLiteral("audit"), [] { return std::make_unique<AuditModule>(); },
         LibrarySchemas::audit());
     registry.add(
+        QStringLiteral("maic"), [] { return std::make_unique<MaicModule>(); },
+        LibrarySchemas::maic());
+    registry.add(
+        QStringLiteral("mac"), [] { return std::make_unique<MacModule>(); }, LibrarySchemas::mac());
+    registry.add(
         QStringLiteral("digsig"), [] { return std::make_unique<DigSigModule>(); },
         LibrarySchemas::digsig());
     registry.add(

@@ -135,6 +135,16 @@ ValueRule ValueRule::fileName()
     return ValueRule(Kind::FileName);
 }
 
+ValueRule ValueRule::openTable(const QString &keyMeaning, const QString &keyPattern,
+                               const ValueRule &rule)
+{
+    ValueRule table(Kind::OpenTable);
+    table.m_words = QStringList{keyMeaning, keyPattern};
+    table.m_members =
+        std::make_shared<const QVector<KeyRule>>(QVector<KeyRule>{KeyRule{QString(), rule, false}});
+    return table;
+}
+
 const QVector<KeyRule> &ValueRule::members() const
 {
     static const QVector<KeyRule> none;
@@ -176,6 +186,9 @@ QString ValueRule::expectation() const
     }
     case Kind::TextList:
         return QStringLiteral("a list of strings");
+    case Kind::OpenTable:
+        return QStringLiteral("an object whose keys are each %1 and whose values are each %2")
+            .arg(m_words.value(0), members().first().rule.expectation());
     case Kind::FileName:
         return QStringLiteral("a file name (not empty, not \".\" or \"..\", without \"/\")");
     }
@@ -231,6 +244,11 @@ Json ValueRule::jsonSchema() const
         schema["minItems"] = 2;
         break;
     }
+    case Kind::OpenTable:
+        schema["type"] = "object";
+        schema["propertyNames"] = Json{{"pattern", m_words.value(1).toStdString()}};
+        schema["additionalProperties"] = members().first().rule.jsonSchema();
+        break;
     case Kind::TextList:
         schema["type"] = "array";
         schema["items"] = Json{{"type", "string"}, {"pattern", PrintableText}};
@@ -298,6 +316,24 @@ void ValueRule::validate(const QString &module, const QString &path, const Json 
         fits = value.is_array() && value.size() == 2 && value[0].is_boolean() &&
                integerInRange(value[1], m_minimum, m_maximum);
         break;
+    case Kind::OpenTable: {
+        if (!value.is_object()) {
+            fits = false;
+            break;
+        }
+        const QRegularExpression keyPattern(m_words.value(1));
+        for (auto member = value.begin(); member != value.end(); ++member) {
+            const QString key = QString::fromStdString(member.key());
+            if (!keyPattern.match(key).hasMatch())
+                problems->append(
+                    QStringLiteral("%1: the key %2 is not %3")
+                        .arg(module, PolicyJson::quoted(joinPath(path, key)), m_words.value(0)));
+            else
+                members().first().rule.validate(module, joinPath(path, key), member.value(),
+                                                problems);
+        }
+        return;
+    }
     case Kind::TextList:
         fits = value.is_array() &&
                std::all_of(value.begin(), value.end(), [](const Json &e) { return e.is_string(); });

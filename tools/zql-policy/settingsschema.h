@@ -38,7 +38,8 @@ public:
         Table,
         TextList,
         TableList,
-        FileName
+        FileName,
+        OpenTable
     };
 
     /** Any value (the modules of tests). */
@@ -66,6 +67,12 @@ public:
     static ValueRule tableList(const QVector<KeyRule> &members);
     /** A file name: not empty, not "." or "..", no "/". */
     static ValueRule fileName();
+    /**
+     * An object whose keys the policy chooses (each matching @p keyPattern, which
+     * @p keyMeaning describes), each holding a value of @p rule.
+     */
+    static ValueRule openTable(const QString &keyMeaning, const QString &keyPattern,
+                               const ValueRule &rule);
 
     Kind kind() const { return m_kind; }
     const QVector<KeyRule> &members() const;
@@ -89,7 +96,7 @@ private:
     Kind m_kind;
     qint64 m_minimum = 0;
     qint64 m_maximum = 0;
-    QStringList m_words;
+    QStringList m_words; // Choice; OpenTable: its key meaning and pattern
     std::shared_ptr<const QVector<KeyRule>> m_members;
 };
 
