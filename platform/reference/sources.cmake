@@ -3,7 +3,9 @@
 # (tests/platform/vendor-standin).
 set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
+    kdx/kdx.h
 )
 set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
+    reference/kdx.cpp
 )
