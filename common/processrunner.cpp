@@ -158,6 +158,10 @@ BackgroundTool::~BackgroundTool()
         return;
     // The handlers must not run for a tool that is going away.
     QObject::disconnect(m_process.get(), nullptr, nullptr, nullptr);
+    // Until the exec the child still runs the host's signal handlers: a terminate request then
+    // would reach the host's code in the child, not the tool.
+    if (m_process->state() == QProcess::Starting)
+        m_process->waitForStarted(DefaultStopGraceMs);
     m_process->terminate();
     if (!m_process->waitForFinished(DefaultStopGraceMs))
         killAndReap(*m_process);

@@ -134,6 +134,7 @@ MicFs::MicFs(QObject *parent, int defconfigTimeoutMs)
     qRegisterMetaType<Mic::MicFs::Status>("Mic::MicFs::Status");
     qRegisterMetaType<Mic::MicItemHash>("Mic::MicItemHash");
     qRegisterMetaType<Mic::MicItemHash>("MicItemHash");
+    d->statusDescription = tr("Loading filesystem status...");
     readDefaultConfig(defconfigTimeoutMs);
     update();
 }

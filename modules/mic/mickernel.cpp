@@ -276,6 +276,7 @@ MicKernel::MicKernel(QObject *parent)
 {
     qRegisterMetaType<MicLevel>("MicLevel");
     qRegisterMetaType<Mic::MicKernel::Status>("Mic::MicKernel::Status");
+    d->statusDescription = tr("Loading...");
 
     kdx_ilev_t *known = nullptr;
     const int count = kdx_get_ilevs(&known);
