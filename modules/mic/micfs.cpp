@@ -113,6 +113,7 @@ struct MicFsPrivate
 {
     MicFs::Status status = MicFs::Loading;
     QString statusDescription;
+    bool lastKnownEnabled = false;
     std::unique_ptr<BackgroundTool> query;
     MicItemHash currentItems;
     QStringList exceptionList;
@@ -155,7 +156,13 @@ QString MicFs::statusDescription() const
 
 bool MicFs::isEnabled() const
 {
-    return (d->status & ~2) == Enabled;
+    // Enabled or EnabledPartly: the status with its bit 1 cleared.
+    return (static_cast<int>(d->status) & ~2) == Enabled;
+}
+
+bool MicFs::lastKnownEnabled() const
+{
+    return d->lastKnownEnabled;
 }
 
 bool MicFs::isQueryRunning() const
@@ -315,6 +322,8 @@ void MicFs::setStatus(Status status)
         break;
     }
     Q_EMIT statusDescriptionChanged(d->statusDescription);
+    if (status != Loading)
+        d->lastKnownEnabled = isEnabled();
     Q_EMIT enabledChanged(isEnabled());
 }
 

@@ -56,6 +56,11 @@ public:
     QString statusDescription() const;
     /** Whether the files are protected: status Enabled or EnabledPartly. */
     bool isEnabled() const;
+    /**
+     * The enabled flag of the last status other than Loading (a measurement, or enable() and
+     * disable()); false before the first.
+     */
+    bool lastKnownEnabled() const;
     /** Whether a status query is running now. */
     bool isQueryRunning() const;
 

@@ -42,12 +42,13 @@ SettingsReply MicModule::getSettings()
 
 // The filesystem model measures its status in the background. A fresh measurement is started
 // unless one is running; the wait ends when it reports (enabledChanged), when the query fails
-// (error), or at the limit. Without a report the last measured value is kept (false when the
-// status was never measured).
+// (error), or at the limit. Without a report the last known value is kept (false when the
+// status was never known), so a hanging query does not turn a protected filesystem into an
+// unprotected one.
 bool MicModule::waitForProtectFs()
 {
     Mic::MicFs *fs = m_fs != nullptr ? m_fs : Mic::MicFs::instance();
-    bool kept = fs->isEnabled();
+    bool kept = fs->lastKnownEnabled();
     if (!fs->isQueryRunning())
         fs->update();
     if (fs->status() != Mic::MicFs::Loading)

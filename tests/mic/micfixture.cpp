@@ -18,8 +18,14 @@ const QString ToolStateDir = QStringLiteral("/var/lib/zql-sim/mic");
 const QString SecurityModeFile = QStringLiteral("/etc/zql-platform/security-mode");
 
 namespace {
-const QStringList RememberedFiles{GrubFile, FsIlevConf, MaxIlevFile, IlevsFile,
-                                  SecurityModeFile};
+const QStringList RememberedFiles{GrubFile, FsIlevConf, MaxIlevFile, IlevsFile, SecurityModeFile};
+const QStringList SimulatedTools{
+    QStringLiteral("/usr/sbin/set-fs-ilev"), QStringLiteral("/usr/sbin/unset-fs-ilev"),
+    QStringLiteral("/usr/sbin/kdxl-file"), QStringLiteral("/usr/sbin/lumo-mic-control"),
+    QStringLiteral("/usr/sbin/update-grub")};
+const QFile::Permissions ToolPermissions = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                           QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther |
+                                           QFile::ExeOther;
 const QString CallLog = ToolStateDir + QStringLiteral("/calls.log");
 const QString FsState = ToolStateDir + QStringLiteral("/fs-state");
 
@@ -44,7 +50,7 @@ bool MicFixture::snapshot(QString *error)
 {
     m_paths.clear();
     m_contents.clear();
-    for (const QString &path : RememberedFiles) {
+    for (const QString &path : RememberedFiles + SimulatedTools) {
         const QByteArray bytes = ZqlTest::readBytes(path);
         if (bytes.isNull()) {
             *error = QStringLiteral("cannot read ") + path;
@@ -72,6 +78,11 @@ bool MicFixture::reset(QString *error)
     for (int i = 0; i < m_paths.size(); ++i) {
         if (!writeFile(m_paths.at(i), m_contents.at(i))) {
             *error = QStringLiteral("cannot write back ") + m_paths.at(i);
+            return false;
+        }
+        if (SimulatedTools.contains(m_paths.at(i)) &&
+            !QFile::setPermissions(m_paths.at(i), ToolPermissions)) {
+            *error = QStringLiteral("cannot make executable ") + m_paths.at(i);
             return false;
         }
     }

@@ -118,9 +118,10 @@ void MicKernelTest::configuredLevel_data()
                                        "GRUB_CMDLINE_LINUX_DEFAULT=\"quiet\"")}}
         << 5;
     QTest::newRow("only GRUB_CMDLINE_LINUX_DEFAULT lines count")
-        << Files{{grub, debianGrubWith(DebianCmdline + "\nGRUB_CMDLINE_LINUX=\"tessel.max_ilev=9\"\n"
-                                                       "# GRUB_CMDLINE_LINUX_DEFAULT=\"tessel."
-                                                       "max_ilev=8\"")}}
+        << Files{{grub,
+                  debianGrubWith(DebianCmdline + "\nGRUB_CMDLINE_LINUX=\"tessel.max_ilev=9\"\n"
+                                                 "# GRUB_CMDLINE_LINUX_DEFAULT=\"tessel."
+                                                 "max_ilev=8\"")}}
         << 63;
     QTest::newRow("no 16-bit number")
         << Files{{grub, debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=70000\"")}}
@@ -129,8 +130,8 @@ void MicKernelTest::configuredLevel_data()
         << Files{{grub, debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=300\"")}}
         << 300;
     QTest::newRow("pylon script wins over GRUB and cmdline.txt")
-        << Files{{QStringLiteral("/boot/pylon/pylon.sh"), sample(QStringLiteral("pylon.sh"))
-                                                              .replace("max_ilev=63", "max_ilev=12")},
+        << Files{{QStringLiteral("/boot/pylon/pylon.sh"),
+                  sample(QStringLiteral("pylon.sh")).replace("max_ilev=63", "max_ilev=12")},
                  {QStringLiteral("/boot/cmdline.txt"), "tessel.max_ilev=4\n"}}
         << 12;
     QTest::newRow("pylon script without the parameter: no fallback")
@@ -138,8 +139,8 @@ void MicKernelTest::configuredLevel_data()
                  {QStringLiteral("/boot.scr"), "setenv bootargs tessel.max_ilev=4\n"}}
         << 63;
     QTest::newRow("cmdline.txt: every line counts")
-        << Files{{QStringLiteral("/boot/cmdline.txt"), sample(QStringLiteral("cmdline.txt"))
-                                                           .replace("max_ilev=63", "max_ilev=21")}}
+        << Files{{QStringLiteral("/boot/cmdline.txt"),
+                  sample(QStringLiteral("cmdline.txt")).replace("max_ilev=63", "max_ilev=21")}}
         << 21;
     QTest::newRow("cmdline.txt deep below /boot")
         << Files{{QStringLiteral("/boot/firmware/a/b/cmdline.txt"), "x tessel.max_ilev=33\n"}}
@@ -157,14 +158,14 @@ void MicKernelTest::configuredLevel_data()
         << Files{{QStringLiteral("/boot.scr"), "setenv bootargs tessel.max_ilev=4\n"}} << 63;
     QTest::newRow("no GRUB defaults: /boot.scr")
         << Files{{grub, {}},
-                 {QStringLiteral("/boot.scr"), sample(QStringLiteral("boot.scr"))
-                                                   .replace("max_ilev=63", "max_ilev=44")},
+                 {QStringLiteral("/boot.scr"),
+                  sample(QStringLiteral("boot.scr")).replace("max_ilev=63", "max_ilev=44")},
                  {QStringLiteral("/boot/boot.scr"), "setenv bootargs tessel.max_ilev=45\n"}}
         << 44;
     QTest::newRow("no GRUB defaults: /boot/boot.scr when /boot.scr is missing")
         << Files{{grub, {}},
-                 {QStringLiteral("/boot/boot.scr"), sample(QStringLiteral("boot.scr"))
-                                                        .replace("max_ilev=63", "max_ilev=46")}}
+                 {QStringLiteral("/boot/boot.scr"),
+                  sample(QStringLiteral("boot.scr")).replace("max_ilev=63", "max_ilev=46")}}
         << 46;
     QTest::newRow("boot.scr: only setenv bootargs lines, the later wins")
         << Files{{grub, {}},
@@ -200,9 +201,9 @@ void MicKernelTest::status_data()
     QTest::newRow("on now, on after reboot")
         << 63 << QByteArray("quiet tessel.max_ilev=63") << MicKernel::Enabled << true
         << QStringLiteral("Subsystem is <b>enabled</b>");
-    QTest::newRow("no parameter reads as 63") << 127 << QByteArray("quiet") << MicKernel::Enabled
-                                              << true
-                                              << QStringLiteral("Subsystem is <b>enabled</b>");
+    QTest::newRow("no parameter reads as 63")
+        << 127 << QByteArray("quiet") << MicKernel::Enabled << true
+        << QStringLiteral("Subsystem is <b>enabled</b>");
     QTest::newRow("on now, 0 for the next boot")
         << 63 << QByteArray("quiet tessel.max_ilev=0") << MicKernel::WillBeDisabled << false
         << QStringLiteral("Subsystem is enabled, but it will be <b>disabled after reboot</b>");
@@ -239,7 +240,8 @@ void MicKernelTest::levelTexts()
     QVERIFY(MicTest::writeFile(MicTest::IlevsFile, "0 Low\n31\n63 Top\n127\n200 Admins\n"));
     MicKernel kernel;
     QList<MicLevel> expected;
-    expected << MicLevel{0, QStringLiteral("0 - Low")} << MicLevel{31, QStringLiteral("31 - Custom")}
+    expected << MicLevel{0, QStringLiteral("0 - Low")}
+             << MicLevel{31, QStringLiteral("31 - Custom")}
              << MicLevel{63, QStringLiteral("63 - High")}
              << MicLevel{127, QStringLiteral("127 - Quill")}
              << MicLevel{200, QStringLiteral("200 - Admins")};
@@ -278,8 +280,8 @@ void MicKernelTest::updateEmitsOnlyOnChange()
     kernel.update();
     QCOMPARE(status.count() + description.count() + enabled.count() + future.count(), 0);
 
-    QVERIFY(MicTest::writeFile(
-        MicTest::GrubFile, debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=0\"")));
+    QVERIFY(MicTest::writeFile(MicTest::GrubFile,
+                               debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=0\"")));
     kernel.update();
     kernel.update();
     QCOMPARE(future.count(), 1);
@@ -295,7 +297,8 @@ void MicKernelTest::updateEmitsOnlyOnChange()
         MicTest::GrubFile, debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=15\"")));
     kernel.update();
     QCOMPARE(future.count(), 2);
-    QCOMPARE(future.at(1).at(0).value<MicLevel>(), (MicLevel{15, QStringLiteral("15 - Operators")}));
+    QCOMPARE(future.at(1).at(0).value<MicLevel>(),
+             (MicLevel{15, QStringLiteral("15 - Operators")}));
     QCOMPARE(enabled.count(), 3);
     QCOMPARE(enabled.at(1).at(0).toBool(), true);
     QCOMPARE(enabled.at(2).at(0).toBool(), true);
@@ -309,9 +312,8 @@ void MicKernelTest::enableWritesTheLevel()
     QSignalSpy errors(&kernel, &MicKernel::error);
     QSignalSpy future(&kernel, &MicKernel::futureLevelChanged);
     kernel.enable(MicLevel{127, QString()});
-    QCOMPARE(MicTest::toolCalls(),
-             (QStringList{QStringLiteral("lumo-mic-control enable -i 127"),
-                          QStringLiteral("update-grub ")}));
+    QCOMPARE(MicTest::toolCalls(), (QStringList{QStringLiteral("lumo-mic-control enable -i 127"),
+                                                QStringLiteral("update-grub ")}));
     QCOMPARE(errors.count(), 0);
     QCOMPARE(kernel.futureLevel(), (MicLevel{127, QStringLiteral("127 - Quill")}));
     QCOMPARE(future.count(), 1);
@@ -335,8 +337,8 @@ void MicKernelTest::enableWhilePlannedRunsNoTool()
 
 void MicKernelTest::disableWhilePlannedRunsNoTool()
 {
-    QVERIFY(MicTest::writeFile(
-        MicTest::GrubFile, debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=0\"")));
+    QVERIFY(MicTest::writeFile(MicTest::GrubFile,
+                               debianGrubWith("GRUB_CMDLINE_LINUX_DEFAULT=\"tessel.max_ilev=0\"")));
     MicKernel kernel;
     QCOMPARE(kernel.status(), MicKernel::WillBeDisabled);
     QSignalSpy warnings(&kernel, &MicKernel::warning);
@@ -359,11 +361,10 @@ void MicKernelTest::disableThenEnable()
     QCOMPARE(kernel.status(), MicKernel::Enabled);
     QCOMPARE(ZqlTest::readBytes(MicTest::GrubFile), m_fixture.original(MicTest::GrubFile));
     QCOMPARE(status.count(), 2);
-    QCOMPARE(MicTest::toolCalls(),
-             (QStringList{QStringLiteral("lumo-mic-control disable"),
-                          QStringLiteral("update-grub "),
-                          QStringLiteral("lumo-mic-control enable -i 63"),
-                          QStringLiteral("update-grub ")}));
+    QCOMPARE(MicTest::toolCalls(), (QStringList{QStringLiteral("lumo-mic-control disable"),
+                                                QStringLiteral("update-grub "),
+                                                QStringLiteral("lumo-mic-control enable -i 63"),
+                                                QStringLiteral("update-grub ")}));
 }
 
 void MicKernelTest::toolFailures_data()
@@ -441,15 +442,15 @@ void MicKernelTest::instanceIsOne()
     QStringList methods;
     for (int i = meta.methodOffset(); i < meta.methodCount(); ++i)
         methods << QString::fromLatin1(meta.method(i).methodSignature());
-    QCOMPARE(methods, (QStringList{QStringLiteral("error(QString)"),
-                                   QStringLiteral("warning(QString)"),
-                                   QStringLiteral("statusChanged(Mic::MicKernel::Status)"),
-                                   QStringLiteral("statusDescriptionChanged(QString)"),
-                                   QStringLiteral("enabledChanged(bool)"),
-                                   QStringLiteral("currentLevelChanged(MicLevel)"),
-                                   QStringLiteral("futureLevelChanged(MicLevel)"),
-                                   QStringLiteral("update()"), QStringLiteral("enable(MicLevel)"),
-                                   QStringLiteral("enable()"), QStringLiteral("disable()")}));
+    QCOMPARE(methods,
+             (QStringList{QStringLiteral("error(QString)"), QStringLiteral("warning(QString)"),
+                          QStringLiteral("statusChanged(Mic::MicKernel::Status)"),
+                          QStringLiteral("statusDescriptionChanged(QString)"),
+                          QStringLiteral("enabledChanged(bool)"),
+                          QStringLiteral("currentLevelChanged(MicLevel)"),
+                          QStringLiteral("futureLevelChanged(MicLevel)"),
+                          QStringLiteral("update()"), QStringLiteral("enable(MicLevel)"),
+                          QStringLiteral("enable()"), QStringLiteral("disable()")}));
 }
 
 void MicKernelTest::grubWriter_data()
@@ -526,9 +527,9 @@ void MicKernelTest::grubWriterFullDiskHalfwayRestores()
     original += '#' + QByteArray(4090 - original.size() - 2, 'x') + '\n';
     QCOMPARE(original.size(), 4090);
     QString error;
-    QVERIFY2(m_fixture.mountTmpfs(QStringLiteral("/etc/default"), QStringLiteral("size=12k"),
-                                  &error),
-             qPrintable(error));
+    QVERIFY2(
+        m_fixture.mountTmpfs(QStringLiteral("/etc/default"), QStringLiteral("size=12k"), &error),
+        qPrintable(error));
     QVERIFY(MicTest::writeFile(QStringLiteral("/etc/default/filler"), QByteArray(4096, 'f')));
     QVERIFY(MicTest::writeFile(MicTest::GrubFile, original));
     QCOMPARE(MicKernel::setGrubMaxLevel(127),

@@ -114,8 +114,7 @@ void MicModuleTest::getSettingsOnTheSimulatedSystem()
     MicModule module;
     const SettingsReply reply = module.getSettings();
     QCOMPARE(reply.first, 0);
-    QCOMPARE(reply.second,
-             (Settings{{MicEnabled, true}, {MaxLevel, 63}, {ProtectFs, false}}));
+    QCOMPARE(reply.second, (Settings{{MicEnabled, true}, {MaxLevel, 63}, {ProtectFs, false}}));
     QCOMPARE(reply.second.value(MaxLevel).userType(), static_cast<int>(QMetaType::Int));
 }
 
