@@ -208,7 +208,10 @@ kdx_label *kdx_get_path(const char *path)
     const ssize_t size = ::getxattr(path, IlevAttribute, value, IlevAttributeSize);
     int ilev = 0;
     if (size < 0) {
-        // A file without the attribute has level 0; anything else is no label at all.
+        // A file without the attribute has level 0; a value too long for a level is damaged;
+        // anything else is no label at all.
+        if (errno == ERANGE)
+            errno = EINVAL;
         if (errno != ENODATA)
             return nullptr;
     } else {
