@@ -308,7 +308,7 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QByteArray>("message");
 
     const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
-                               "login-local, console-policy, system-parameters";
+                               "login-local, mic, console-policy, system-parameters";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -381,6 +381,7 @@ void ZqlPolicyTest::list()
                                     "password-policy        available\n"
                                     "account-lockout        available\n"
                                     "login-local            available\n"
+                                    "mic                    available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"));
 }
@@ -472,7 +473,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     QCOMPARE(applied.err,
              QByteArray("zql-policy: " + path("p.json").toUtf8() +
                         ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, console-policy, system-parameters\n"));
+                        "account-lockout, login-local, mic, console-policy, system-parameters\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -484,7 +485,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "console-policy, system-parameters"));
+                 "mic, console-policy, system-parameters"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -503,7 +504,7 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
     QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
                              ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, console-policy, system-parameters\n"
+                             "account-lockout, login-local, mic, console-policy, system-parameters\n"
                              "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
@@ -534,7 +535,7 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     QCOMPARE(checked.exitCode, 0);
     QCOMPARE(checked.out, path("part.json").toUtf8() +
                               ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, console-policy, system-parameters; not exported: "
+                              "account-lockout, mic, console-policy, system-parameters; not exported: "
                               "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
@@ -575,7 +576,7 @@ void ZqlPolicyTest::checkAcceptsExport()
     QCOMPARE(result.exitCode, 0);
     QCOMPARE(result.out,
              (path("c.json") + QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                                              "account-lockout, login-local, console-policy, "
+                                              "account-lockout, login-local, mic, console-policy, "
                                               "system-parameters\n"))
                  .toUtf8());
     QCOMPARE(result.err, QByteArray());
@@ -617,7 +618,7 @@ void ZqlPolicyTest::refused_data()
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
                       "user-creation-policy, password-policy, account-lockout, login-local, "
-                      "console-policy, system-parameters)\n");
+                      "mic, console-policy, system-parameters)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
                                   << QStringList()
                                   << QByteArray("\"format\" is \"other\", not \"zql-policy\"\n");
@@ -909,7 +910,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, console-policy, system-parameters\n");
+                            "login-local, mic, console-policy, system-parameters\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
@@ -920,7 +921,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
     QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, console-policy, system-parameters\n");
+                            "account-lockout, login-local, mic, console-policy, system-parameters\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
@@ -956,7 +957,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, console-policy, "
+        "password-policy, account-lockout, mic, console-policy, "
         "system-parameters\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 

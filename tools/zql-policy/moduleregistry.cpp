@@ -18,6 +18,7 @@ ModuleRegistry ModuleRegistry::libraryModules()
                  [] { return std::make_unique<AccountLockoutModule>(); });
     registry.add(QStringLiteral("login-local"),
                  [] { return std::make_unique<LoginLocalModule>(); });
+    registry.add(QStringLiteral("mic"), [] { return std::make_unique<MicModule>(); });
     registry.add(QStringLiteral("console-policy"),
                  [] { return std::make_unique<ConsolePolicyModule>(); });
     registry.add(QStringLiteral("system-parameters"),
