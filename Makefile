@@ -75,8 +75,8 @@ test-vendor: deps
 
 # Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
 bench: build
-	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) -- \
-	    $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
+	$(BUILD_DIR)/sandbox/zql-sandbox --share $(CURDIR) --share $(abspath $(BUILD_DIR)) \
+	    --layer $(CURDIR)/sim/layer -- $(abspath $(BUILD_DIR))/benchmarks/zql-benchmarks
 	sh benchmarks/zql-policy-timing.sh $(BUILD_DIR)
 
 demo: build
