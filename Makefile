@@ -22,10 +22,11 @@ ZQL_WERROR ?= OFF
 # password) and the account tools. Installing libpam-pwquality runs pam-auth-update on the
 # machine: pam_pwquality joins its common-password.
 # patch and git check that the dry-run diff applies (tests/tools).
+# python3 sets and removes extended attributes for the simulated kdxl-file (sim/layer).
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
                   qttools5-dev-tools tar util-linux libbenchmark-dev nlohmann-json3-dev diffutils \
                   libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd clang-tidy \
-                  patch git
+                  patch git python3
 
 .PHONY: all deps build build-sanitize test test-sanitize test-unit test-vendor bench demo clean
 
