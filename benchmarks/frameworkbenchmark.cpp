@@ -122,7 +122,7 @@ void BM_MicModuleGetSettings(benchmark::State &state)
     static char *argv[] = {name, nullptr};
     static QCoreApplication application(argc, argv);
     MicModule module;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const SettingsReply reply = module.getSettings();
         benchmark::DoNotOptimize(reply);
     }

@@ -17,28 +17,16 @@ const QByteArray ProtectedRefusal =
     "mic : When the MIC is turned on on the FS, no import is made. Turn off MIC on FS\n";
 const QByteArray LowerRefusal = "mic : Only raising the maximum integrity level is allowed\n";
 
-struct Run
+ZqlTest::ToolRun run(const QStringList &arguments)
 {
-    int exitCode = -1;
-    QByteArray out;
-    QByteArray err;
-};
-
-Run run(const QStringList &arguments)
-{
-    const ZqlTest::ToolRun tool = ZqlTest::runTool(Program, arguments, 120000);
-    Run result;
-    result.exitCode = tool.ending == ZqlTest::ToolRun::Ending::Exited ? tool.exitCode : -2;
-    result.out = tool.standardOutput;
-    result.err = tool.standardError;
-    return result;
+    return ZqlTest::runTool(Program, arguments, 120000);
 }
 
-QString describe(const Run &result)
+// The run's exit, both streams.
+QString describe(const ZqlTest::ToolRun &result)
 {
-    return QStringLiteral("exit %1\nstdout:\n%2\nstderr:\n%3")
-        .arg(result.exitCode)
-        .arg(QString::fromUtf8(result.out), QString::fromUtf8(result.err));
+    return result.describe() + QStringLiteral("\nstdout:\n") +
+           QString::fromUtf8(result.standardOutput);
 }
 
 // Tool runs that change something: everything but the status query and the defaults.
@@ -118,15 +106,19 @@ void ZqlPolicyMicTest::refused()
         ZqlTest::writeBytes(path(QStringLiteral("mic.json")), Head + "\"mic\": " + section + "}"));
     const QByteArray prefix = "zql-policy: " + path(QStringLiteral("mic.json")).toUtf8() + ": ";
 
-    const Run checked = run({QStringLiteral("check"), path(QStringLiteral("mic.json"))});
+    const ZqlTest::ToolRun checked =
+        run({QStringLiteral("check"), path(QStringLiteral("mic.json"))});
+    QVERIFY(checked.ending == ZqlTest::ToolRun::Ending::Exited);
     QCOMPARE(checked.exitCode, 3);
-    QVERIFY2(checked.err.startsWith(message), qPrintable(describe(checked)));
-    QVERIFY2(checked.err.endsWith(prefix + "refused\n"), qPrintable(describe(checked)));
+    QVERIFY2(checked.standardError.startsWith(message), qPrintable(describe(checked)));
+    QVERIFY2(checked.standardError.endsWith(prefix + "refused\n"), qPrintable(describe(checked)));
 
-    const Run applied = run({QStringLiteral("apply"), path(QStringLiteral("mic.json"))});
+    const ZqlTest::ToolRun applied =
+        run({QStringLiteral("apply"), path(QStringLiteral("mic.json"))});
+    QVERIFY(applied.ending == ZqlTest::ToolRun::Ending::Exited);
     QCOMPARE(applied.exitCode, 3);
-    QVERIFY2(applied.err.startsWith(message), qPrintable(describe(applied)));
-    QVERIFY2(applied.err.endsWith(prefix + "refused; nothing was applied\n"),
+    QVERIFY2(applied.standardError.startsWith(message), qPrintable(describe(applied)));
+    QVERIFY2(applied.standardError.endsWith(prefix + "refused; nothing was applied\n"),
              qPrintable(describe(applied)));
 
     QCOMPARE(ZqlTest::readBytes(MicTest::GrubFile), m_fixture.original(MicTest::GrubFile));
@@ -138,17 +130,21 @@ void ZqlPolicyMicTest::dryRunOfAcceptedSection()
 {
     QVERIFY(ZqlTest::writeBytes(path(QStringLiteral("raise.json")),
                                 Head + "\"mic\": {\"MaxLevel\": 127, \"ProtectFS\": true}}"));
-    const Run result = run(
+    const ZqlTest::ToolRun result = run(
         {QStringLiteral("apply"), path(QStringLiteral("raise.json")), QStringLiteral("--dry-run")});
-    QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QVERIFY2(result.out.contains(" /etc/default/grub "), qPrintable(describe(result)));
-    QVERIFY2(result.out.contains(" /etc/tessel/fs-ilev.conf "), qPrintable(describe(result)));
-    QVERIFY2(result.out.contains("-GRUB_CMDLINE_LINUX_DEFAULT=\"quiet tessel.max_ilev=63\"\n"
-                                 "+GRUB_CMDLINE_LINUX_DEFAULT=\"quiet tessel.max_ilev=127\"\n"),
+    QVERIFY2(result.succeeded(), qPrintable(describe(result)));
+    QVERIFY2(result.standardOutput.contains(" /etc/default/grub "), qPrintable(describe(result)));
+    QVERIFY2(result.standardOutput.contains(" /etc/tessel/fs-ilev.conf "),
              qPrintable(describe(result)));
-    QVERIFY2(result.out.contains("+max\t/usr\n"), qPrintable(describe(result)));
-    QVERIFY2(result.err.contains("  M /etc/default/grub\n"), qPrintable(describe(result)));
-    QVERIFY2(result.err.contains("  A /etc/tessel/fs-ilev.conf\n"), qPrintable(describe(result)));
+    QVERIFY2(result.standardOutput.contains(
+                 "-GRUB_CMDLINE_LINUX_DEFAULT=\"quiet tessel.max_ilev=63\"\n"
+                 "+GRUB_CMDLINE_LINUX_DEFAULT=\"quiet tessel.max_ilev=127\"\n"),
+             qPrintable(describe(result)));
+    QVERIFY2(result.standardOutput.contains("+max\t/usr\n"), qPrintable(describe(result)));
+    QVERIFY2(result.standardError.contains("  M /etc/default/grub\n"),
+             qPrintable(describe(result)));
+    QVERIFY2(result.standardError.contains("  A /etc/tessel/fs-ilev.conf\n"),
+             qPrintable(describe(result)));
 
     // A dry run: nothing here changed.
     QCOMPARE(ZqlTest::readBytes(MicTest::GrubFile), m_fixture.original(MicTest::GrubFile));

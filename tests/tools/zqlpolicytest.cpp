@@ -502,10 +502,11 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     // their reads leave no trace.)
     const Run &result = m_exportAppliedBack;
     QVERIFY2(result.exitCode == 0, qPrintable(describe(result)));
-    QCOMPARE(result.err, "zql-policy: " + path("start.json").toUtf8() +
-                             ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                             "account-lockout, login-local, mic, console-policy, system-parameters\n"
-                             "zql-policy: dry run: no file would change; nothing was changed\n");
+    QCOMPARE(result.err,
+             "zql-policy: " + path("start.json").toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, mic, console-policy, system-parameters\n"
+                 "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
 }
 
@@ -533,10 +534,11 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out, path("part.json").toUtf8() +
-                              ": accepted: user-creation-policy, password-policy, "
-                              "account-lockout, mic, console-policy, system-parameters; not exported: "
-                              "login-local\n");
+    QCOMPARE(checked.out,
+             path("part.json").toUtf8() +
+                 ": accepted: user-creation-policy, password-policy, "
+                 "account-lockout, mic, console-policy, system-parameters; not exported: "
+                 "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -919,9 +921,10 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     // The same policy applied twice: the second run has nothing to do.
     const Run again = run({QStringLiteral("apply"), HardeningPolicy});
     QVERIFY2(again.exitCode == 0, qPrintable(describe(again)));
-    QCOMPARE(again.err, "zql-policy: " + HardeningPolicy.toUtf8() +
-                            ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                            "account-lockout, login-local, mic, console-policy, system-parameters\n");
+    QCOMPARE(again.err,
+             "zql-policy: " + HardeningPolicy.toUtf8() +
+                 ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                 "account-lockout, login-local, mic, console-policy, system-parameters\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
     const Run json = run({QStringLiteral("diff"), HardeningPolicy, QStringLiteral("--json"),
