@@ -29,7 +29,7 @@ const char IlevAttribute[] = "trusted.tessel.ilev";
 
 // Nothing longer is one of these files: a bigger file is refused rather than read in part.
 constexpr size_t MaxIlevFileSize = 64;
-constexpr size_t IlevsFileSize = 64 * 1024;
+constexpr size_t IlevsFileSize = size_t{64} * 1024;
 // "255" and a line break.
 constexpr size_t IlevAttributeSize = 4;
 constexpr int HighestIlev = 255;
