@@ -407,6 +407,7 @@ void MicKernel::update()
     recomputeStatus();
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the slot takes the level by value
 void MicKernel::enable(MicLevel level)
 {
     if (d->status == WillBeEnabled) {
