@@ -43,7 +43,7 @@ QString levelText(int level)
     char *text = kdx_ilev_get_text(static_cast<kdx_ilev_t>(level), 0);
     if (text == nullptr)
         return QStringLiteral("<none>");
-    const QString result = QString::fromUtf8(text);
+    QString result = QString::fromUtf8(text);
     std::free(text);
     return result;
 }
