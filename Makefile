@@ -71,7 +71,7 @@ test-vendor: deps
 	    -DZQL_WERROR=$(ZQL_WERROR) -DZQL_TIDY_TESTS=OFF -DZQL_BUILD_BENCHMARKS=OFF \
 	    -DZQL_VENDOR_PLATFORM=ON -DZQL_PLATFORM_REFERENCE_TESTS=ON \
 	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
-	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest
+	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest kdxtest
 	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
 
 # Benchmarks run in the sandbox like the tests; see docs/performance.md for the figures.
