@@ -66,6 +66,7 @@ private Q_SLOTS:
     void enableFails();
     void enableWarns();
     void pathLevel();
+    void missingSwitchAndLabelTools();
     void metaObjectOrder();
 
 private:
@@ -533,6 +534,25 @@ void MicFsTest::pathLevel()
     QCOMPARE(MicFs::pathLevel(QStringLiteral("/srv/levelled")), 127);
     QCOMPARE(MicFs::pathLevel(QStringLiteral("/nonexistent/path")), 0);
     QVERIFY(QFile::remove(QStringLiteral("/srv/levelled")));
+}
+
+void MicFsTest::missingSwitchAndLabelTools()
+{
+    QVERIFY(MicTest::setFsState("enabled"));
+    QVERIFY(MicTest::writeFile(MicTest::FsIlevConf, "max\t/srv\n"));
+    MicFs fs;
+    QTRY_COMPARE(fs.status(), MicFs::Enabled);
+    QVERIFY(QFile::remove(QStringLiteral("/usr/sbin/unset-fs-ilev")));
+    QVERIFY(QFile::remove(QStringLiteral("/usr/sbin/kdxl-file")));
+    QSignalSpy errors(&fs, &MicFs::error);
+    fs.disable();
+    fs.updateConfig(MicItemHash{{QStringLiteral("/srv"), QStringLiteral("\u2014")}});
+    QCOMPARE(errors.count(), 2);
+    QCOMPARE(errors.at(0).at(0).toString(),
+             QStringLiteral("/usr/sbin/unset-fs-ilev  returned -1:\n\n"));
+    QCOMPARE(errors.at(1).at(0).toString(),
+             QStringLiteral("/usr/sbin/kdxl-file --recursive --reverse :0 /srv:\n"));
+    QCOMPARE(fs.status(), MicFs::Enabled);
 }
 
 void MicFsTest::metaObjectOrder()

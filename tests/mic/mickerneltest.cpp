@@ -65,6 +65,7 @@ private Q_SLOTS:
     void grubWriterWithoutCmdlineRestores();
     void grubWriterUpdateGrubFailsRestores();
     void grubWriterFullDiskHalfwayRestores();
+    void grubWriterWithoutUpdateGrub();
     void bootConfWriter_data();
     void bootConfWriter();
 
@@ -537,6 +538,23 @@ void MicKernelTest::grubWriterFullDiskHalfwayRestores()
     QCOMPARE(ZqlTest::readBytes(MicTest::GrubFile), original);
     QVERIFY(!QFile::exists(GrubBackup));
     QCOMPARE(MicTest::toolCalls(), QStringList{QStringLiteral("update-grub ")});
+}
+
+// No update-grub on the search path: bash says so, the backup comes back, and the second run
+// fails the same way.
+void MicKernelTest::grubWriterWithoutUpdateGrub()
+{
+    QVERIFY(QFile::remove(QStringLiteral("/usr/sbin/update-grub")));
+    const QString failure = MicKernel::setGrubMaxLevel(127);
+    const QStringList parts = failure.split(QStringLiteral("\n\n"));
+    // Two messages, each the command line and bash's complaint.
+    QCOMPARE(parts.size(), 4);
+    QCOMPARE(parts.at(0), QStringLiteral("bash -c update-grub returned 127:"));
+    QCOMPARE(parts.at(2), parts.at(0));
+    QVERIFY2(parts.at(1).contains(QStringLiteral("update-grub: command not found")),
+             qPrintable(failure));
+    QCOMPARE(ZqlTest::readBytes(MicTest::GrubFile), m_fixture.original(MicTest::GrubFile));
+    QVERIFY(!QFile::exists(GrubBackup));
 }
 
 void MicKernelTest::bootConfWriter_data()
