@@ -402,13 +402,16 @@ void MicKernelTest::toolFailures()
     if (!stderrText.isEmpty())
         QVERIFY(MicTest::setToolStderr(QStringLiteral("lumo-mic-control"), stderrText));
     MicKernel kernel;
-    kernel.setToolTimeoutMs(300);
+    // Only a hanging tool meets the short limit; the others run without one, as by default.
+    if (fault.endsWith("hang"))
+        kernel.setToolTimeoutMs(300);
+    QCOMPARE(MicKernel().toolTimeoutMs(), -1);
     QSignalSpy errorSpy(&kernel, &MicKernel::error);
     QSignalSpy warningSpy(&kernel, &MicKernel::warning);
     QElapsedTimer timer;
     timer.start();
     kernel.disable();
-    QVERIFY(timer.elapsed() < 5000);
+    QVERIFY(timer.elapsed() < 10000);
     QStringList gotErrors;
     for (const QList<QVariant> &arguments : qAsConst(errorSpy))
         gotErrors << arguments.at(0).toString();
