@@ -29,12 +29,13 @@ ZQL_WERROR ?= OFF
 # patch and git check that the dry-run diff applies (tests/tools); python3-jsonschema reads the
 # JSON Schema of "zql-policy schema" as an editor does.
 # GLib reads and writes desktop entries (platform/reference); desktop-file-validate checks the
-# entries the kiosk module writes (tests/kiosk).
+# entries the kiosk module writes (tests/kiosk). python3 sets and removes extended attributes
+# for the simulated kdxl-file (sim/layer).
 DEBIAN_PACKAGES = binutils clang-format cmake g++ make ninja-build pkg-config qtbase5-dev qttools5-dev \
                   qttools5-dev-tools tar util-linux libbenchmark-dev nlohmann-json3-dev diffutils \
                   libpam0g-dev libpam-pwquality cracklib-runtime libcrypt-dev passwd clang-tidy \
                   patch git python3-jsonschema clang libclang-rt-14-dev libglib2.0-dev \
-                  desktop-file-utils
+                  desktop-file-utils python3
 
 .PHONY: all deps build build-sanitize test test-sanitize test-unit test-vendor test-fuzz fuzz \
         bench demo clean
@@ -81,7 +82,7 @@ test-vendor: deps
 	    -DZQL_VENDOR_PLATFORM=ON -DZQL_PLATFORM_REFERENCE_TESTS=ON \
 	    -DZQL_VENDOR_LIBRARIES=$(abspath $(VENDOR_DIR))/standin/libvela-platform-standin.so
 	cmake --build $(VENDOR_DIR)/library -j $(JOBS) --target zql-modules zql-sandbox modetest \
-	    auditdbtest eventlogtest velauidesktopentrytest macdbtest systemdservicetest
+	    auditdbtest eventlogtest velauidesktopentrytest macdbtest systemdservicetest kdxtest
 	@sh tests/run-suite.sh $(VENDOR_DIR)/library $(JOBS) -L platform
 
 # The fuzzers: a clang build of the library and zql-policy's core with libFuzzer, ASan and UBSan.

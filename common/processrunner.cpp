@@ -5,6 +5,7 @@
 
 #include <QObject>
 #include <QProcess>
+#include <QThread>
 
 namespace {
 // How long a killed child that overran its limit may take to go away.
@@ -108,4 +109,77 @@ QString runProcess(const QString &program, const QStringList &arguments, int sta
     if (!outcome.exitedWithZero())
         return processFailureMessage(program, arguments, outcome);
     return QString::fromLocal8Bit(outcome.standardError);
+}
+
+BackgroundTool::BackgroundTool(QObject *context, FinishedHandler onFinished,
+                               FailureHandler onFailure)
+    : m_process(std::make_unique<QProcess>())
+{
+    qRegisterMetaType<QProcess::ExitStatus>();
+    qRegisterMetaType<QProcess::ProcessError>();
+    m_process->setStandardOutputFile(QProcess::nullDevice());
+    m_process->setStandardErrorFile(QProcess::nullDevice());
+    QObject::connect(
+        m_process.get(), qOverload<int, QProcess::ExitStatus>(&QProcess::finished), context,
+        [handler = std::move(onFinished)](int exitCode, QProcess::ExitStatus status) {
+            handler(exitCode, status != QProcess::NormalExit);
+        },
+        Qt::QueuedConnection);
+    QObject::connect(
+        m_process.get(), &QProcess::errorOccurred, context,
+        [handler = std::move(onFailure)](QProcess::ProcessError error) {
+            switch (error) {
+            case QProcess::FailedToStart:
+                handler(Failure::FailedToStart);
+                return;
+            case QProcess::Crashed:
+                handler(Failure::Crashed);
+                return;
+            case QProcess::Timedout:
+                handler(Failure::TimedOut);
+                return;
+            case QProcess::ReadError:
+                handler(Failure::ReadError);
+                return;
+            case QProcess::WriteError:
+                handler(Failure::WriteError);
+                return;
+            case QProcess::UnknownError:
+                break;
+            }
+            handler(Failure::Unknown);
+        },
+        Qt::QueuedConnection);
+}
+
+BackgroundTool::~BackgroundTool()
+{
+    if (m_process->state() == QProcess::NotRunning)
+        return;
+    // The handlers must not run for a tool that is going away.
+    QObject::disconnect(m_process.get(), nullptr, nullptr, nullptr);
+    // Until the exec the child still runs the host's signal handlers: a terminate request then
+    // would reach the host's code in the child, not the tool.
+    if (m_process->state() == QProcess::Starting)
+        m_process->waitForStarted(DefaultStopGraceMs);
+    m_process->terminate();
+    if (!m_process->waitForFinished(DefaultStopGraceMs))
+        killAndReap(*m_process);
+}
+
+bool BackgroundTool::isRunning() const
+{
+    return m_process->state() != QProcess::NotRunning;
+}
+
+bool BackgroundTool::onOwnThread() const
+{
+    return m_process->thread() == QThread::currentThread();
+}
+
+void BackgroundTool::start(const QString &program, const QStringList &arguments)
+{
+    if (isRunning())
+        return;
+    m_process->start(program, arguments, QIODevice::ReadOnly);
 }

@@ -8,7 +8,12 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+#include <memory>
 #include <optional>
+
+class QObject;
+class QProcess;
 
 // How one tool is run. The defaults are runProcess's: read-only, 30 s to start, 30 s to finish.
 struct ProcessRunOptions
@@ -56,5 +61,36 @@ ProcessOutcome runTool(const QString &program, const QStringList &arguments,
 // code with the tool's standard error. Empty when the tool exited with 0.
 QString processFailureMessage(const QString &program, const QStringList &arguments,
                               const ProcessOutcome &outcome);
+
+// A tool that runs while the caller's event loop goes on: its output goes to the null device and
+// its end is reported through queued calls on the thread of the context object given at
+// construction, so the handlers never run inside start(). One run at a time.
+class BackgroundTool
+{
+public:
+    // Why a run went wrong, as the process reports it.
+    enum class Failure { FailedToStart, Crashed, TimedOut, ReadError, WriteError, Unknown };
+    // The run ended; exitCode is meaningful when crashed is false.
+    using FinishedHandler = std::function<void(int exitCode, bool crashed)>;
+    using FailureHandler = std::function<void(Failure failure)>;
+
+    // How long a running tool may take to end after it was asked to terminate.
+    static constexpr int DefaultStopGraceMs = 3000;
+
+    BackgroundTool(QObject *context, FinishedHandler onFinished, FailureHandler onFailure);
+    // A tool still running is asked to terminate and given the stop grace; then it is killed.
+    ~BackgroundTool();
+    BackgroundTool(const BackgroundTool &) = delete;
+    BackgroundTool &operator=(const BackgroundTool &) = delete;
+
+    bool isRunning() const;
+    // Whether the calling thread is the one the tool was created on.
+    bool onOwnThread() const;
+    // Starts program with arguments; nothing happens while a run is going on.
+    void start(const QString &program, const QStringList &arguments);
+
+private:
+    std::unique_ptr<QProcess> m_process;
+};
 
 #endif // ZQLMODULES_PROCESSRUNNER_P_H

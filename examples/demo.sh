@@ -1,8 +1,9 @@
 #!/bin/sh
 # make demo: zql-policy on the simulated system, in the system sandbox. It shows the module
 # list, an export, the drift of the machine from examples/hardening.json, and a dry run of that
-# policy: the summary of the files it would change and the diff of the configuration files.
-# Nothing on this machine changes.
+# policy: the summary of the files it would change and the diff of the configuration files; then
+# a dry run of examples/integrity.json, which raises the maximum integrity level in the GRUB
+# defaults and turns the filesystem's integrity protection on. Nothing on this machine changes.
 # Usage: examples/demo.sh BUILD_DIR
 set -eu
 build=$(cd "${1:-build}" && pwd)
@@ -33,3 +34,4 @@ run export
 run get maic mac
 run diff examples/hardening.json
 run apply --dry-run examples/hardening.json
+run apply --dry-run examples/integrity.json

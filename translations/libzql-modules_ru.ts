@@ -406,5 +406,165 @@ a lock-file that provides scripts synchronization</source>
         <source>ENABLE</source>
         <translation>ENABLE</translation>
     </message>
+    <message>
+        <source>Can&apos;t find grub file: %1</source>
+        <translation>Не найден файл grub: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t open grub file: %1</source>
+        <translation>Не удалось открыть файл grub: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t find &apos;GRUB_CMDLINE_LINUX_DEFAULT&apos; in grub: %1</source>
+        <translation>Не найдено &apos;GRUB_CMDLINE_LINUX_DEFAULT&apos; в файле grub: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t find boot file: %1</source>
+        <translation>Не найден файл загрузки: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t open boot file: %1</source>
+        <translation>Не удалось открыть файл загрузки: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t find default image (default=&lt;image label&gt;) in boot file: %1</source>
+        <translation>Не найден образ по умолчанию (default=&lt;метка образа&gt;) в файле загрузки: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t find &apos;cmdline=&apos; in default image in boot file: %1</source>
+        <translation>Не найдено &apos;cmdline=&apos; в образе по умолчанию в файле загрузки: %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t copy %1 to %2</source>
+        <translation>Не удалось скопировать %1 в %2</translation>
+    </message>
+    <message>
+        <source>Can&apos;t remove %1</source>
+        <translation>Не удалось удалить %1</translation>
+    </message>
+    <message>
+        <source>Can&apos;t rename %1 to %2</source>
+        <translation>Не удалось переименовать %1 в %2</translation>
+    </message>
+    <message>
+        <source>The process failed to start. Either the invoked program is missing, or you may have insufficient permissions to invoke the program.</source>
+        <translation>Не удалось запустить процесс. Вызываемая программа отсутствует, или недостаточно прав для её вызова.</translation>
+    </message>
+    <message>
+        <source>The process crashed some time after starting successfully.</source>
+        <translation>Процесс аварийно завершился через некоторое время после успешного запуска.</translation>
+    </message>
+    <message>
+        <source>The last waitFor...() function timed out.</source>
+        <translation>Истекло время ожидания последней функции waitFor...().</translation>
+    </message>
+    <message>
+        <source>An error occurred when attempting to read from the process. For example, the process may not be running.</source>
+        <translation>Ошибка при чтении из процесса. Например, процесс может быть не запущен.</translation>
+    </message>
+    <message>
+        <source>An error occurred when attempting to write to the process. For example, the process may not be running, or it may have closed its input channel.</source>
+        <translation>Ошибка при записи в процесс. Например, процесс может быть не запущен или закрыл свой входной канал.</translation>
+    </message>
+    <message>
+        <source>An unknown error occurred.</source>
+        <translation>Произошла неизвестная ошибка.</translation>
+    </message>
+    <message>
+        <source>%1 is already %2</source>
+        <translation>%1 уже равен %2</translation>
+    </message>
+    <message>
+        <source>only an increase in the integrity level is allowed</source>
+        <translation>допускается только повышение уровня целостности</translation>
+    </message>
+    <message>
+        <source>When the MIC is turned on on the FS, no import is made. Turn off MIC on FS</source>
+        <translation>Когда МКЦ включён на ФС, импорт не выполняется. Отключите МКЦ на ФС</translation>
+    </message>
+    <message>
+        <source>Only raising the maximum integrity level is allowed</source>
+        <translation>Допускается только повышение максимального уровня целостности</translation>
+    </message>
+</context>
+<context>
+    <name>Mic::MicKernel</name>
+    <message>
+        <source>High</source>
+        <translation>Высокий</translation>
+    </message>
+    <message>
+        <source>Quill</source>
+        <translation>Перо</translation>
+    </message>
+    <message>
+        <source>Custom</source>
+        <translation>Пользовательский</translation>
+    </message>
+    <message>
+        <source>MIC enabling already planned after reboot.</source>
+        <translation>Включение МКЦ уже запланировано после перезагрузки.</translation>
+    </message>
+    <message>
+        <source>MIC disabling already planned after reboot.</source>
+        <translation>Отключение МКЦ уже запланировано после перезагрузки.</translation>
+    </message>
+    <message>
+        <source>Loading...</source>
+        <translation>Загрузка...</translation>
+    </message>
+    <message>
+        <source>Subsystem is &lt;b&gt;enabled&lt;/b&gt;</source>
+        <translation>Подсистема &lt;b&gt;включена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is &lt;b&gt;disabled&lt;/b&gt;</source>
+        <translation>Подсистема &lt;b&gt;отключена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is disabled, but it will be &lt;b&gt;enabled after reboot&lt;/b&gt;</source>
+        <translation>Подсистема отключена, но будет &lt;b&gt;включена после перезагрузки&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Subsystem is enabled, but it will be &lt;b&gt;disabled after reboot&lt;/b&gt;</source>
+        <translation>Подсистема включена, но будет &lt;b&gt;отключена после перезагрузки&lt;/b&gt;</translation>
+    </message>
+</context>
+<context>
+    <name>Mic::MicFs</name>
+    <message>
+        <source>Can&apos;t read file %1
+%2</source>
+        <translation>Не удалось прочитать файл %1
+%2</translation>
+    </message>
+    <message>
+        <source>Can&apos;t create temporary file %1
+%2</source>
+        <translation>Не удалось создать временный файл %1
+%2</translation>
+    </message>
+    <message>
+        <source>Can&apos;t write to file %1
+%2</source>
+        <translation>Не удалось записать в файл %1
+%2</translation>
+    </message>
+    <message>
+        <source>Loading filesystem status...</source>
+        <translation>Загрузка состояния файловой системы...</translation>
+    </message>
+    <message>
+        <source>Filesystem is &lt;b&gt;protected&lt;/b&gt;</source>
+        <translation>Файловая система &lt;b&gt;защищена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Filesystem is &lt;b&gt;not protected&lt;/b&gt;</source>
+        <translation>Файловая система &lt;b&gt;не защищена&lt;/b&gt;</translation>
+    </message>
+    <message>
+        <source>Filesystem is &lt;b&gt;partly protected&lt;/b&gt;&lt;br&gt;&lt;br&gt;Some files have lower integrity than they should be.&lt;br&gt;Run &quot;set-fs-ilev status -v&quot; to see the list of files.</source>
+        <translation>Файловая система &lt;b&gt;защищена частично&lt;/b&gt;&lt;br&gt;&lt;br&gt;У некоторых файлов уровень целостности ниже положенного.&lt;br&gt;Выполните &quot;set-fs-ilev status -v&quot;, чтобы увидеть список файлов.</translation>
+    </message>
 </context>
 </TS>

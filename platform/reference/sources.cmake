@@ -3,6 +3,7 @@
 # (tests/platform/vendor-standin).
 set(ZQL_PLATFORM_HEADERS
     velaadmin/mode.h
+    kdx/kdx.h
     tessel/auditdb.h
     tessel/eventlog.h
     tessel/macdb.h
@@ -13,6 +14,7 @@ set(ZQL_PLATFORM_REFERENCE_SOURCES
     reference/mode.cpp
     reference/auditdb.cpp
     reference/eventlog.cpp
+    reference/kdx.cpp
     reference/macdb.cpp
     reference/systemdservice.cpp
     reference/velauidesktopentry.cpp

@@ -328,9 +328,9 @@ void ZqlPolicyTest::usageErrors_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QByteArray>("message");
 
-    const QByteArray modules =
-        "user-creation-policy, password-policy, account-lockout, "
-        "login-local, audit, maic, mac, digsig, console-policy, system-parameters, kiosk-global";
+    const QByteArray modules = "user-creation-policy, password-policy, account-lockout, "
+                               "login-local, audit, maic, mac, mic, digsig, console-policy, "
+                               "system-parameters, kiosk-global";
     QTest::newRow("no command") << QStringList() << QByteArray("no command given");
     QTest::newRow("unknown command") << QStringList{QStringLiteral("frobnicate")}
                                      << QByteArray("unknown command \"frobnicate\"");
@@ -406,6 +406,7 @@ void ZqlPolicyTest::list()
                                     "audit                  available\n"
                                     "maic                   available\n"
                                     "mac                    available\n"
+                                    "mic                    available\n"
                                     "digsig                 available\n"
                                     "console-policy         available\n"
                                     "system-parameters      available\n"
@@ -496,11 +497,12 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
     // Every module already follows its own export: nothing is written, no switch turned.
     const Run applied = run({QStringLiteral("apply"), path("p.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
-    QCOMPARE(applied.err,
-             QByteArray("zql-policy: " + path("p.json").toUtf8() +
-                        ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
-                        "system-parameters, kiosk-global\n"));
+    QCOMPARE(
+        applied.err,
+        QByteArray("zql-policy: " + path("p.json").toUtf8() +
+                   ": nothing to do; unchanged: user-creation-policy, password-policy, "
+                   "account-lockout, login-local, audit, maic, mac, mic, digsig, console-policy, "
+                   "system-parameters, kiosk-global\n"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     const QByteArray calls = ZqlTest::readBytes(SwitchDir + QStringLiteral("/calls.log"));
     QVERIFY2(!calls.contains(" enable") && !calls.contains(" disable"), calls.constData());
@@ -512,7 +514,7 @@ void ZqlPolicyTest::exportThenApplyChangesNothing()
              QByteArray(
                  "zql-policy: " + path("p.json").toUtf8() +
                  ": applied: user-creation-policy, password-policy, account-lockout, login-local, "
-                 "audit, maic, mac, digsig, console-policy, system-parameters, kiosk-global"));
+                 "audit, maic, mac, mic, digsig, console-policy, system-parameters, kiosk-global"));
     QCOMPARE(differences(m_snapshot, configuration()), QString());
 
     // And the policy read back is the one applied.
@@ -532,7 +534,7 @@ void ZqlPolicyTest::exportAppliedBackChangesNoFile()
     QCOMPARE(result.err,
              "zql-policy: " + path("start.json").toUtf8() +
                  ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                 "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
+                 "account-lockout, login-local, audit, maic, mac, mic, digsig, console-policy, "
                  "system-parameters, kiosk-global\n"
                  "zql-policy: dry run: no file would change; nothing was changed\n");
     QCOMPARE(result.out, QByteArray());
@@ -562,12 +564,13 @@ void ZqlPolicyTest::exportSkipsUnreadableModules()
     // check and apply read it as a module left out, not as an empty section.
     const Run checked = run({QStringLiteral("check"), path("part.json")});
     QCOMPARE(checked.exitCode, 0);
-    QCOMPARE(checked.out,
-             path("part.json").toUtf8() +
-                 ": accepted: user-creation-policy, password-policy, "
-                 "account-lockout, audit, maic, mac, digsig, console-policy, system-parameters, "
-                 "kiosk-global; not exported: "
-                 "login-local\n");
+    QCOMPARE(
+        checked.out,
+        path("part.json").toUtf8() +
+            ": accepted: user-creation-policy, password-policy, "
+            "account-lockout, audit, maic, mac, mic, digsig, console-policy, system-parameters, "
+            "kiosk-global; not exported: "
+            "login-local\n");
     const Run applied = run({QStringLiteral("apply"), path("part.json")});
     QVERIFY2(applied.exitCode == 0, qPrintable(describe(applied)));
     QVERIFY(!QFileInfo::exists(TesselConf));
@@ -605,13 +608,13 @@ void ZqlPolicyTest::checkAcceptsExport()
     QVERIFY(run({QStringLiteral("export"), QStringLiteral("-o"), path("c.json")}).exitCode == 0);
     const Run result = run({QStringLiteral("check"), path("c.json")});
     QCOMPARE(result.exitCode, 0);
-    QCOMPARE(
-        result.out,
-        (path("c.json") +
-         QStringLiteral(": accepted: user-creation-policy, password-policy, "
-                        "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
-                        "system-parameters, kiosk-global\n"))
-            .toUtf8());
+    QCOMPARE(result.out,
+             (path("c.json") +
+              QStringLiteral(
+                  ": accepted: user-creation-policy, password-policy, "
+                  "account-lockout, login-local, audit, maic, mac, mic, digsig, console-policy, "
+                  "system-parameters, kiosk-global\n"))
+                 .toUtf8());
     QCOMPARE(result.err, QByteArray());
     QCOMPARE(differences(m_snapshot, configuration()), QString());
     // The switches modules read their switches when they are made; nothing was switched.
@@ -683,7 +686,7 @@ void ZqlPolicyTest::refused_data()
         << head + "\"firewall\": {}}" << QStringList()
         << QByteArray("\"firewall\" is not a module of this library (the modules: "
                       "user-creation-policy, password-policy, account-lockout, login-local, audit, "
-                      "maic, mac, "
+                      "maic, mac, mic, "
                       "digsig, "
                       "console-policy, system-parameters, kiosk-global)\n");
     QTest::newRow("wrong format") << QByteArray("{\"format\": \"other\", \"version\": 1}")
@@ -1058,7 +1061,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QVERIFY2(drift.exitCode == 0, qPrintable(describe(drift)));
     QCOMPARE(drift.out, HardeningPolicy.toUtf8() +
                             ": follows: user-creation-policy, password-policy, account-lockout, "
-                            "login-local, audit, maic, mac, digsig, console-policy, "
+                            "login-local, audit, maic, mac, mic, digsig, console-policy, "
                             "system-parameters, kiosk-global\n");
     // Reading only: no file changed, no switch was turned.
     QCOMPARE(differences(afterApply, configuration()), QString());
@@ -1071,7 +1074,7 @@ void ZqlPolicyTest::driftAfterApplyingTheSamePolicy()
     QCOMPARE(again.err,
              "zql-policy: " + HardeningPolicy.toUtf8() +
                  ": nothing to do; unchanged: user-creation-policy, password-policy, "
-                 "account-lockout, login-local, audit, maic, mac, digsig, console-policy, "
+                 "account-lockout, login-local, audit, maic, mac, mic, digsig, console-policy, "
                  "system-parameters, kiosk-global\n");
     QCOMPARE(differences(afterApply, configuration()), QString());
 
@@ -1108,7 +1111,7 @@ void ZqlPolicyTest::driftOfOneChangedKey()
         QByteArray("login-local login_state: policy \"admin\", machine \"all\"\n") +
         policy.toUtf8() +
         ": drifted: login-local (1 key); follows: user-creation-policy, "
-        "password-policy, account-lockout, audit, maic, mac, digsig, console-policy, "
+        "password-policy, account-lockout, audit, maic, mac, mic, digsig, console-policy, "
         "system-parameters, kiosk-global\n";
     QVERIFY2(drift.out == expected, drift.out.constData());
 

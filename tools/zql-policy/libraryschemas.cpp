@@ -171,6 +171,15 @@ SettingsSchema LibrarySchemas::mac()
     });
 }
 
+SettingsSchema LibrarySchemas::mic()
+{
+    return SettingsSchema({
+        {QStringLiteral("MicEnabled"), flag()},
+        {QStringLiteral("MaxLevel"), ValueRule::integer(0, 255)},
+        {QStringLiteral("ProtectFS"), flag()},
+    });
+}
+
 SettingsSchema LibrarySchemas::securitySwitches()
 {
     // The switches are the machine's: their script names under /usr/sbin, each on or off.

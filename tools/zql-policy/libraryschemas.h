@@ -18,6 +18,7 @@ public:
     static SettingsSchema kioskGlobal();
     static SettingsSchema maic();
     static SettingsSchema mac();
+    static SettingsSchema mic();
     /** console-policy and system-parameters. */
     static SettingsSchema securitySwitches();
 };

@@ -35,6 +35,8 @@ ModuleRegistry ModuleRegistry::libraryModules()
     registry.add(
         QStringLiteral("mac"), [] { return std::make_unique<MacModule>(); }, LibrarySchemas::mac());
     registry.add(
+        QStringLiteral("mic"), [] { return std::make_unique<MicModule>(); }, LibrarySchemas::mic());
+    registry.add(
         QStringLiteral("digsig"), [] { return std::make_unique<DigSigModule>(); },
         LibrarySchemas::digsig());
     registry.add(
