@@ -10,8 +10,10 @@
 
 #include <cstdio>
 #include <dlfcn.h>
+#include <exception>
 
-int main(int argc, char *argv[])
+namespace {
+int run(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
     if (argc != 4) {
@@ -56,4 +58,15 @@ int main(int argc, char *argv[])
                                 .arg(failed ? 1 : 0)
                                 .toUtf8();
     return result.open(QIODevice::WriteOnly) && result.write(text) == text.size() ? 0 : 2;
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception &failure) {
+        std::fprintf(stderr, "zql-fault-driver: %s\n", failure.what());
+        return 2;
+    }
 }

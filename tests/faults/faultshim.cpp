@@ -33,7 +33,7 @@ __attribute__((constructor)) void zql_fault_load()
         const char *colon = strchr(fault, ':');
         if (colon && static_cast<size_t>(colon - fault) < sizeof fault_function) {
             std::memcpy(fault_function, fault, static_cast<size_t>(colon - fault));
-            fault_ordinal = strtol(colon + 1, NULL, 10);
+            fault_ordinal = strtol(colon + 1, nullptr, 10);
         }
     }
     unsetenv("LD_PRELOAD");
@@ -67,7 +67,7 @@ static int fails(const char *function, int error)
     return 1;
 }
 
-#define NEXT(name) (reinterpret_cast<decltype(&name)>(dlsym(RTLD_NEXT, #name)))
+#define NEXT(name) (reinterpret_cast<decltype(&(name))>(dlsym(RTLD_NEXT, #name)))
 
 EXPORTED ssize_t write(int fd, const void *buffer, size_t size)
 {

@@ -20,7 +20,8 @@ QString systemReason(int errnum)
 
 QString tooLarge()
 {
-    return QStringLiteral("larger than %1 MiB").arg(PolicyInput::MaximumSize / (1024 * 1024));
+    return QStringLiteral("larger than %1 MiB")
+        .arg(PolicyInput::MaximumSize / (qint64(1024) * 1024));
 }
 } // namespace
 

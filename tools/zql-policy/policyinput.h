@@ -16,7 +16,7 @@ class PolicyInput
 {
 public:
     /** The largest document read: far above any policy, far below a mistake. */
-    static constexpr qint64 MaximumSize = 4 * 1024 * 1024;
+    static constexpr qint64 MaximumSize = qint64(4) * 1024 * 1024;
 
     /**
      * Opens @p fileName for reading when it names a regular file, without blocking on
