@@ -144,11 +144,7 @@ void FaultInjectionTest::initTestCase()
     QVERIFY(m_dir.isValid());
     // The target's pam-auth-update keeps the pam_tally profile, so account-lockout can apply.
     QString error;
-    QVERIFY2(ZqlTest::simulatePamAuthUpdate(ZqlTest::PamAuthUpdateBehaviour::Target, &error),
-             qPrintable(error));
-    const ZqlTest::ToolRun regenerate =
-        ZqlTest::runTool(QStringLiteral("pam-auth-update"), {QStringLiteral("--package")});
-    QVERIFY2(regenerate.succeeded(), qPrintable(regenerate.describe()));
+    QVERIFY2(ZqlTest::useTargetPamStack(&error), qPrintable(error));
 }
 
 void FaultInjectionTest::everyFailedCallLeavesWholeFiles_data()

@@ -142,6 +142,15 @@ bool simulatePamAuthUpdate(PamAuthUpdateBehaviour behaviour, QString *error)
     return installSimulation(behaviourWord(behaviour) + '\n', error);
 }
 
+bool useTargetPamStack(QString *error)
+{
+    if (!simulatePamAuthUpdate(PamAuthUpdateBehaviour::Target, error))
+        return false;
+    const ToolRun regenerate =
+        runTool(QStringLiteral("pam-auth-update"), {QStringLiteral("--package")});
+    return regenerate.succeeded() || fail(error, regenerate.describe());
+}
+
 bool simulatePamAuthUpdateExit(int exitCode, const QByteArray &standardError, QString *error)
 {
     return installSimulation("exit " + QByteArray::number(exitCode) + '\n' + standardError, error);

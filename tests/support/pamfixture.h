@@ -38,6 +38,12 @@ enum class PamAuthUpdateBehaviour {
 bool simulatePamAuthUpdate(PamAuthUpdateBehaviour behaviour, QString *error);
 
 /**
+ * The target's PAM stack: the simulated tool in its Target behaviour (it keeps the pam_tally
+ * profile, as the target system's tool does), run once so that the stack holds every profile.
+ */
+bool useTargetPamStack(QString *error);
+
+/**
  * Like simulatePamAuthUpdate(), but the tool writes @p standardError byte for byte and exits
  * with @p exitCode without regenerating anything ("exit N"). An exit code of 0 gives a warning
  * from a tool that did nothing.

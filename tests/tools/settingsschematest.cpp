@@ -206,6 +206,17 @@ QHash<QString, QVariant> settingsWith(const SettingsSchema &schema, const QStrin
     return hash;
 }
 
+// A module's settings from JSON text, as a policy document hands them over.
+Settings settingsOf(const QByteArray &text)
+{
+    const Json json = Json::parse(text.constData());
+    Settings settings;
+    for (auto member = json.begin(); member != json.end(); ++member)
+        settings.insert(QString::fromStdString(member.key()),
+                        ZqlPolicy::PolicyJson::toVariant(member.value()));
+    return settings;
+}
+
 void addRows(const QString &module, const SettingsSchema &schema, const QStringList &path,
              const QVector<KeyRule> &rules)
 {
@@ -365,11 +376,7 @@ void SettingsSchemaTest::exportedShapesAreAccepted()
     QFETCH(QString, module);
     QFETCH(QByteArray, settings);
 
-    const Json json = Json::parse(settings.constData());
-    QHash<QString, QVariant> hash;
-    for (auto member = json.begin(); member != json.end(); ++member)
-        hash.insert(QString::fromStdString(member.key()),
-                    ZqlPolicy::PolicyJson::toVariant(member.value()));
+    const Settings hash = settingsOf(settings);
     const ModuleRegistry registry = ModuleRegistry::libraryModules();
     QCOMPARE(registry.schema(module).validate(module, hash), QStringList());
 }
@@ -429,11 +436,7 @@ void SettingsSchemaTest::messages()
     QFETCH(QByteArray, settings);
     QFETCH(QString, problem);
 
-    const Json json = Json::parse(settings.constData());
-    QHash<QString, QVariant> hash;
-    for (auto member = json.begin(); member != json.end(); ++member)
-        hash.insert(QString::fromStdString(member.key()),
-                    ZqlPolicy::PolicyJson::toVariant(member.value()));
+    const Settings hash = settingsOf(settings);
     const ModuleRegistry registry = ModuleRegistry::libraryModules();
     QCOMPARE(registry.schema(module).validate(module, hash), QStringList{problem});
 }
