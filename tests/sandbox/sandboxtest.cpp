@@ -608,7 +608,8 @@ void SandboxTest::killEndsEverything()
     QVERIFY(process.waitForFinished(10000));
     QTRY_VERIFY2_WITH_TIMEOUT(!processWithCommandLine(sleeper), "a process of the command survived",
                               10000);
-    QVERIFY2(baseDirectories().contains(left.first()), "the killed sandbox left no directory");
+    // The killed sandbox's directory stays until a sandbox starts: the next one here, or one of
+    // a test running beside this one, removes it.
 
     const Outcome next = run(shell(QStringLiteral("true")));
     QVERIFY2(!next.crashed && next.exitCode == 0, next.err.constData());
