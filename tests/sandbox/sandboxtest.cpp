@@ -602,7 +602,8 @@ void SandboxTest::killEndsEverything()
     QStringList left = baseDirectories();
     for (const QString &base : basesBefore)
         left.removeAll(base);
-    QCOMPARE(left.size(), 1);
+    // Sandboxes of suites running beside this one may appear here too.
+    QVERIFY(!left.isEmpty());
 
     process.kill(); // SIGKILL
     QVERIFY(process.waitForFinished(10000));
@@ -613,7 +614,15 @@ void SandboxTest::killEndsEverything()
 
     const Outcome next = run(shell(QStringLiteral("true")));
     QVERIFY2(!next.crashed && next.exitCode == 0, next.err.constData());
-    QVERIFY2(!baseDirectories().contains(left.first()), "the stale directory is still there");
+    // Ours is gone; a neighbour's that is still running (and holds its lock) may stay.
+    for (const QString &base : qAsConst(left)) {
+        const QString path = QStringLiteral("/tmp/") + base;
+        const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY);
+        const bool stale = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (fd >= 0)
+            ::close(fd);
+        QVERIFY2(!stale, qPrintable(path + QStringLiteral(" is stale and still there")));
+    }
 }
 
 void SandboxTest::commandHasItsOwnPidNamespace()
